@@ -1,0 +1,306 @@
+#include "mqttconnection.h"
+
+#include <QElapsedTimer>
+#include <QHostInfo>
+#include <QPointer>
+#include <QSocketNotifier>
+
+#include <algorithm>
+
+#include <mosquitto.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace
+{
+constexpr int goodbyeLimitMs = 250; // a broker that takes no data must not hold up the event loop longer
+
+QMqttClient::ClientError errorFor(int result)
+{
+    switch (result) {
+    case MOSQ_ERR_PROTOCOL:
+    case MOSQ_ERR_MALFORMED_PACKET:
+    case MOSQ_ERR_MALFORMED_UTF8:
+        return QMqttClient::ProtocolViolation;
+    case MOSQ_ERR_KEEPALIVE:
+        return QMqttClient::ServerUnavailable;
+    default:
+        return QMqttClient::TransportInvalid;
+    }
+}
+} // namespace
+
+MqttConnection::MqttConnection(const Settings& settings_, QObject* parent)
+    : QIODevice(parent)
+    , settings(settings_)
+{
+    connect(&keepAliveTimer, &QTimer::timeout, this, &MqttConnection::onKeepAlive);
+}
+
+MqttConnection::~MqttConnection()
+{
+    sayGoodbye();
+    release();
+}
+
+void MqttConnection::start()
+{
+    // A numeric address skips the lookup, which would ask name servers for the name that belongs to it.
+    const QHostAddress numeric(settings.host);
+    if (!numeric.isNull()) {
+        addresses.append(numeric);
+        QTimer::singleShot(0, this, [this] {
+            if (isOpen())
+                tryNextAddress(MOSQ_ERR_LOOKUP);
+        });
+        return;
+    }
+    lookupId = QHostInfo::lookupHost(settings.host, this, [this](const QHostInfo& info) {
+        lookupId = -1;
+        if (!isOpen())
+            return;
+        addresses = info.addresses();
+        tryNextAddress(MOSQ_ERR_LOOKUP);
+    });
+}
+
+// The library would stop at the first address and would block on a name, so it gets one numeric address at a
+// time. result: why the previous address failed; the last one's is reported.
+void MqttConnection::tryNextAddress(int result)
+{
+    while (!addresses.isEmpty()) {
+        destroyHandle();
+        phase = Phase::TcpConnecting;
+        const QByteArray address = addresses.takeFirst().toString().toLatin1();
+        result = createHandle();
+        if (result == MOSQ_ERR_SUCCESS)
+            result = mosquitto_connect_async(handle, address.constData(), settings.port, libraryKeepAlive());
+        if (result == MOSQ_ERR_SUCCESS) {
+            watchSocket();
+            return;
+        }
+    }
+    noteLost(result);
+    deliver();
+}
+
+// A connecting socket becomes ready when TCP has decided. A failure here, unlike a later one, allows another
+// address.
+bool MqttConnection::tcpEstablished()
+{
+    if (phase != Phase::TcpConnecting)
+        return true;
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(mosquitto_socket(handle), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0) {
+        tryNextAddress(MOSQ_ERR_ERRNO);
+        return false;
+    }
+    phase = Phase::AwaitingConnack;
+    return true;
+}
+
+void MqttConnection::onReadable()
+{
+    if (!tcpEstablished())
+        return;
+    // One packet per call, however many are allowed; the notifier fires again for the rest.
+    const int result = mosquitto_loop_read(handle, 1);
+    const int socket = mosquitto_socket(handle);
+    if (socket != -1) {
+        // The kernel falls back to delayed acknowledgements (40 ms) after each read, and a broker with
+        // Nagle's algorithm holds its next packet until then.
+        const int on = 1;
+        setsockopt(socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+    }
+    afterLoop(result);
+}
+
+void MqttConnection::onWritable()
+{
+    if (tcpEstablished())
+        afterLoop(mosquitto_loop_write(handle, 1));
+}
+
+void MqttConnection::onKeepAlive()
+{
+    afterLoop(mosquitto_loop_misc(handle));
+}
+
+void MqttConnection::watchSocket()
+{
+    const int socket = mosquitto_socket(handle);
+    readNotifier = new QSocketNotifier(socket, QSocketNotifier::Read, this);
+    writeNotifier = new QSocketNotifier(socket, QSocketNotifier::Write, this);
+    connect(readNotifier, &QSocketNotifier::activated, this, &MqttConnection::onReadable);
+    connect(writeNotifier, &QSocketNotifier::activated, this, &MqttConnection::onWritable);
+}
+
+// Has to happen before anything can open a descriptor: it might get the number of the socket that is gone.
+void MqttConnection::dropNotifiers()
+{
+    for (QSocketNotifier** notifier : {&readNotifier, &writeNotifier}) {
+        if (*notifier == nullptr)
+            continue;
+        (*notifier)->setEnabled(false);
+        (*notifier)->deleteLater(); // it may be the one whose signal is being handled
+        *notifier = nullptr;
+    }
+}
+
+void MqttConnection::afterLoop(int result)
+{
+    if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(handle) == -1)
+        noteLost(result);
+    if (writeNotifier != nullptr)
+        writeNotifier->setEnabled(mosquitto_want_write(handle)); // on without need it would fire all the time
+    deliver();
+}
+
+// Requests come from the client's user, inside whose call no signal may be emitted. A dead socket shows in a
+// result first, but is left to the read notifier.
+int MqttConnection::afterRequest(int result, int id)
+{
+    if (mosquitto_socket(handle) == -1)
+        noteLost(result);
+    if (writeNotifier != nullptr)
+        writeNotifier->setEnabled(mosquitto_want_write(handle));
+    if (!events.isEmpty() && !delivering)
+        QTimer::singleShot(0, this, &MqttConnection::deliver);
+    return result == MOSQ_ERR_SUCCESS ? id : -1;
+}
+
+// The first reason counts; the library may report one end twice.
+void MqttConnection::noteLost(int result)
+{
+    dropNotifiers();
+    if (lost)
+        return;
+    lost = true;
+    events.enqueue({Event::Lost, 0, refusal != 0 ? refusal : errorFor(result), {}, {}});
+}
+
+// Any signal may lead to the deletion of this object, or to an event loop in which new events arrive: these
+// wait for their turn.
+void MqttConnection::deliver()
+{
+    if (delivering)
+        return;
+    delivering = true;
+    const QPointer<MqttConnection> self(this);
+    while (!events.isEmpty()) {
+        emitEvent(events.dequeue());
+        if (self.isNull())
+            return;
+    }
+    delivering = false;
+}
+
+void MqttConnection::emitEvent(const Event& event)
+{
+    switch (event.kind) {
+    case Event::Accepted:
+        phase = Phase::Accepted;
+        // The library pings after one keep-alive time and gives up after two; it only needs to be asked in
+        // time.
+        if (settings.keepAlive != 0)
+            keepAliveTimer.start(std::clamp(settings.keepAlive / 12, 1, 5) * 1000);
+        Q_EMIT accepted();
+        break;
+    case Event::Message:
+        Q_EMIT messageArrived(event.message, event.topic);
+        break;
+    case Event::Sent:
+        Q_EMIT messageSent(event.id);
+        break;
+    case Event::SubscribeAnswered:
+        Q_EMIT subscribeAnswered(event.id, event.value);
+        break;
+    case Event::Unsubscribed:
+        Q_EMIT unsubscribed(event.id);
+        break;
+    case Event::Lost:
+        end(static_cast<QMqttClient::ClientError>(event.value));
+        break;
+    }
+}
+
+int MqttConnection::publish(const QString& topic, const QByteArray& message, quint8 qos, bool retain)
+{
+    if (handle == nullptr || lost)
+        return -1;
+    int id = -1;
+    const int result = mosquitto_publish(handle, &id, topic.toUtf8().constData(), message.size(),
+                                         message.constData(), qos, retain);
+    if (result == MOSQ_ERR_SUCCESS && qos > 0)
+        unconfirmed.insert(id);
+    return afterRequest(result, id);
+}
+
+int MqttConnection::subscribe(const QString& filter, quint8 qos)
+{
+    if (handle == nullptr || lost)
+        return -1;
+    int id = -1;
+    const int result = mosquitto_subscribe(handle, &id, filter.toUtf8().constData(), qos);
+    return afterRequest(result, id);
+}
+
+int MqttConnection::unsubscribe(const QString& filter)
+{
+    if (handle == nullptr || lost)
+        return -1;
+    int id = -1;
+    const int result = mosquitto_unsubscribe(handle, &id, filter.toUtf8().constData());
+    return afterRequest(result, id);
+}
+
+void MqttConnection::sayGoodbye()
+{
+    if (phase != Phase::Accepted || handle == nullptr || lost)
+        return;
+    QElapsedTimer waited;
+    waited.start();
+    int result = mosquitto_disconnect(handle); // closes the socket once DISCONNECT is written
+    while (result == MOSQ_ERR_SUCCESS && mosquitto_socket(handle) != -1 && mosquitto_want_write(handle)) {
+        const auto left = goodbyeLimitMs - waited.elapsed();
+        pollfd socket = {mosquitto_socket(handle), POLLOUT, 0};
+        if (left <= 0 || poll(&socket, 1, static_cast<int>(left)) == 0)
+            break;
+        result = mosquitto_loop_write(handle, 1);
+    }
+}
+
+void MqttConnection::leave()
+{
+    if (!isOpen())
+        return;
+    sayGoodbye();
+    end(QMqttClient::NoError);
+}
+
+void MqttConnection::close()
+{
+    if (isOpen())
+        end(QMqttClient::TransportInvalid);
+}
+
+void MqttConnection::release()
+{
+    if (lookupId != -1)
+        QHostInfo::abortHostLookup(lookupId);
+    lookupId = -1;
+    addresses.clear();
+    keepAliveTimer.stop();
+    destroyHandle();
+    events.clear();
+}
+
+void MqttConnection::end(QMqttClient::ClientError error)
+{
+    release();
+    QIODevice::close();
+    Q_EMIT closed(error);
+}

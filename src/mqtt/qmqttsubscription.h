@@ -1,0 +1,41 @@
+#pragma once
+
+#include "qmqtttopicfilter.h"
+
+#include <QObject>
+
+/**
+ * One subscription of a client. The client makes, owns and deletes it; it lives as long as the client and
+ * serves the same filter again in a later session.
+ */
+class QMqttSubscription : public QObject
+{
+    Q_OBJECT
+public:
+    enum SubscriptionState {
+        Unsubscribed = 0,
+        SubscriptionPending, // SUBSCRIBE sent, no answer yet
+        Subscribed,
+        UnsubscriptionPending,
+        Error // refused by the broker; the session goes on
+    };
+    Q_ENUM(SubscriptionState)
+
+    SubscriptionState state() const { return m_state; }
+    /** @return the requested quality of service, once subscribed the one that the broker granted */
+    quint8 qos() const { return m_qos; }
+    QMqttTopicFilter topic() const { return m_topic; }
+
+Q_SIGNALS:
+    void stateChanged(SubscriptionState state);
+
+private:
+    friend class QMqttClient;
+    QMqttSubscription(const QMqttTopicFilter& topic, QObject* client);
+    void setState(SubscriptionState state);
+
+    const QMqttTopicFilter m_topic;
+    SubscriptionState m_state = Unsubscribed;
+    quint8 m_qos = 0;
+    int m_packetId = -1; // of the request that is under way
+};

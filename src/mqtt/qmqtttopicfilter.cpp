@@ -1,0 +1,43 @@
+#include "qmqtttopicfilter.h"
+
+#include <QVector>
+
+namespace
+{
+constexpr int longestTopic = 65535; // the protocol counts text lengths in 16 bits
+} // namespace
+
+QMqttTopicFilter::QMqttTopicFilter(const QString& filter)
+    : m_filter(filter)
+{
+}
+
+QMqttTopicFilter::QMqttTopicFilter(const QLatin1String& filter)
+    : m_filter(filter)
+{
+}
+
+QString QMqttTopicFilter::filter() const
+{
+    return m_filter;
+}
+
+void QMqttTopicFilter::setFilter(const QString& filter)
+{
+    m_filter = filter;
+}
+
+bool QMqttTopicFilter::isValid() const
+{
+    if (m_filter.isEmpty() || m_filter.size() > longestTopic || m_filter.contains(QChar(QChar::Null)))
+        return false;
+    const QVector<QStringRef> levels = m_filter.splitRef(QLatin1Char('/'));
+    for (int i = 0; i < levels.size(); ++i) {
+        const QStringRef& level = levels.at(i);
+        if (level.contains(QLatin1Char('+')) && level.size() > 1)
+            return false;
+        if (level.contains(QLatin1Char('#')) && (level.size() > 1 || i + 1 < levels.size()))
+            return false;
+    }
+    return true;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QHash>
+#include <QMetaType>
+#include <QString>
+
+/** Topic a message is published on. */
+class QMqttTopicName
+{
+public:
+    QMqttTopicName(const QString& name = QString());
+    QMqttTopicName(const QLatin1String& name);
+
+    QString name() const;
+    void setName(const QString& name);
+
+    /** @return whether the name has 1 to 65535 characters and holds no wildcard and no NUL */
+    bool isValid() const;
+
+    friend bool operator==(const QMqttTopicName& a, const QMqttTopicName& b) { return a.m_name == b.m_name; }
+    friend bool operator!=(const QMqttTopicName& a, const QMqttTopicName& b) { return a.m_name != b.m_name; }
+    friend bool operator<(const QMqttTopicName& a, const QMqttTopicName& b) { return a.m_name < b.m_name; }
+    friend uint qHash(const QMqttTopicName& topic, uint seed = 0) { return ::qHash(topic.m_name, seed); }
+
+private:
+    QString m_name;
+};
+
+Q_DECLARE_METATYPE(QMqttTopicName)
