@@ -1,0 +1,128 @@
+#include "config.h"
+
+#include <QSettings>
+#include <QVariant>
+
+#include <variant>
+#include <vector>
+
+namespace Lanvoy
+{
+
+namespace
+{
+
+/** One key of the file, the field that it fills and the value that stands for an absent key. */
+struct Key {
+    const char* name;
+    std::variant<QString*, bool*, quint16*, quint32*> field;
+    QVariant fallback;
+};
+
+/** The keys in the order in which a new file lists them. */
+std::vector<Key> keysOf(Config::Records& r)
+{
+    Config::Ipv4Config& ethernet = r.ethernet.ipv4;
+    Config::Ipv4Config& wifi = r.wifi.ipv4;
+    Config::Ipv4Config& modem = r.modem.ipv4;
+    return {
+        {"Mqtt/url", &r.mqtt.url, "localhost"},
+        {"Mqtt/port", &r.mqtt.port, 1883},
+        {"Mqtt/user", &r.mqtt.user, ""},
+        {"Mqtt/pass", &r.mqtt.pass, ""},
+        {"Mqtt/base", &r.mqtt.base, "vexo/network"},
+        {"Ethernet/id", &r.ethernet.id, "Ethernet"},
+        {"Ethernet/autocon", &r.ethernet.autocon, true},
+        {"Ethernet/method", &ethernet.method, "auto"},
+        {"Ethernet/address", &ethernet.address, ""},
+        {"Ethernet/mask", &ethernet.mask, ""},
+        {"Ethernet/gateway", &ethernet.gateway, ""},
+        {"Ethernet/dns0", &ethernet.dns0, ""},
+        {"Ethernet/dns1", &ethernet.dns1, ""},
+        {"Wifi/id", &r.wifi.id, "Wifi"},
+        {"Wifi/autocon", &r.wifi.autocon, true},
+        {"Wifi/method", &wifi.method, "auto"},
+        {"Wifi/ssid", &r.wifi.ssid, ""},
+        {"Wifi/key", &r.wifi.key, ""},
+        {"Wifi/address", &wifi.address, ""},
+        {"Wifi/mask", &wifi.mask, ""},
+        {"Wifi/gateway", &wifi.gateway, ""},
+        {"Wifi/dns0", &wifi.dns0, ""},
+        {"Wifi/dns1", &wifi.dns1, ""},
+        {"Modem/id", &r.modem.id, "Broadband"},
+        {"Modem/autocon", &r.modem.autocon, true},
+        {"Modem/username", &r.modem.username, ""},
+        {"Modem/password", &r.modem.password, ""},
+        {"Modem/apn", &r.modem.apn, "internet"},
+        {"Modem/network_id", &r.modem.network_id, ""},
+        {"Modem/pin", &r.modem.pin, ""},
+        {"Modem/method", &modem.method, "auto"},
+        {"Modem/dns0", &modem.dns0, ""},
+        {"Modem/dns1", &modem.dns1, ""},
+        {"Modem/address", &modem.address, ""},
+        {"Modem/netmask", &modem.mask, ""}, // deliberate: "mask" in the other two groups
+        {"Modem/gateway", &modem.gateway, ""},
+        {"Modem/usageSec", &r.modem.usageSec, 120},
+    };
+}
+
+void assign(QString* field, const QVariant& value)
+{
+    *field = value.toString();
+}
+
+void assign(bool* field, const QVariant& value)
+{
+    *field = value.toBool();
+}
+
+void assign(quint16* field, const QVariant& value)
+{
+    *field = static_cast<quint16>(value.toUInt()); // only the low 16 bits are kept
+}
+
+void assign(quint32* field, const QVariant& value)
+{
+    *field = static_cast<quint32>(value.toInt()); // read as signed
+}
+
+QVariant valueOf(const quint16* field)
+{
+    return static_cast<int>(*field);
+}
+
+template<typename T> QVariant valueOf(const T* field)
+{
+    return *field;
+}
+
+} // namespace
+
+void Config::readConfiguration()
+{
+    for (const Key& key : keysOf(m_records)) {
+        const QVariant value = settings->value(QLatin1String(key.name), key.fallback);
+        std::visit([&value](auto* field) { assign(field, value); }, key.field);
+    }
+}
+
+void Config::writeDefaultConfiguration()
+{
+    for (const Key& key : keysOf(m_records)) {
+        // Deliberate: a new file has "Modem/dns0" written twice and no "Modem/dns1"; the first save adds it.
+        const char* name = qstrcmp(key.name, "Modem/dns1") == 0 ? "Modem/dns0" : key.name;
+        settings->setValue(QLatin1String(name), key.fallback);
+    }
+    settings->sync();
+}
+
+void Config::writeConfiguration()
+{
+    for (const Key& key : keysOf(m_records)) {
+        const QVariant value = std::visit([](const auto* field) { return valueOf(field); }, key.field);
+        settings->setValue(QLatin1String(key.name), value);
+    }
+    settings->sync();
+}
+
+} // namespace Lanvoy
