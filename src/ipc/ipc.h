@@ -1,0 +1,100 @@
+#pragma once
+
+#include "log/log.h"
+
+#include <NetworkManagerQt/ModemDevice>
+#include <NetworkManagerQt/WiredDevice>
+#include <NetworkManagerQt/WirelessDevice>
+#include <QMqttClient>
+#include <QMqttTopicName>
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+class QTimer;
+
+namespace Lanvoy
+{
+
+class Config;
+struct Topic;
+
+/**
+ * The broker session: keeps it up, turns incoming messages into commands and publishes the documents.
+ *
+ * A session that ends, for whatever reason, is followed by a new attempt with a new client after 3 s, without
+ * limit. What is published while no session is up is lost.
+ */
+class IPC : public QObject
+{
+    Q_OBJECT
+
+public:
+    /** Does not connect yet. @p configuration must outlive the object; its base topic is read at each use. */
+    IPC(Config* configuration, QObject* parent);
+
+Q_SIGNALS:
+    // The order of signals and slots is part of the interface: it is the order of the method table.
+
+    /** The session is up and the command topics are subscribed; @p url is the broker's host. */
+    void connected(const QString& url);
+    /** The session or an attempt has ended. */
+    void disconnected();
+    /** Never emitted, broker errors are only logged; kept as part of the interface. */
+    void error(int code, const QString& descr);
+    /** A message arrived on a command topic; @p data is empty for an empty payload and for an array. */
+    void commandReceived(const QString& command, const QJsonObject& data);
+
+public Q_SLOTS:
+    /** Starts a session with a fresh client. The retry timer calls this slot by its name. */
+    void connect();
+    /** Ends the session; the retry follows as after any other end. */
+    void disconnect();
+
+    // Each builds its document from the libraries' present values and publishes it under the base topic.
+    void publishNetworkStatus();
+    void publishNetworkInfo();
+    /** Publishes the state document of the device's kind; nothing for null and for other kinds. */
+    void publishDeviceState(NetworkManager::Device::Ptr dev);
+    /** Publishes the configuration document of the device's kind; nothing for null and for other kinds. */
+    void publishDeviceConfig(NetworkManager::Device::Ptr dev);
+    void publishEthernetState(NetworkManager::WiredDevice::Ptr dev);
+    void publishEthernetConfig(NetworkManager::WiredDevice::Ptr dev);
+    void publishWifiState(NetworkManager::WirelessDevice::Ptr dev);
+    /** Asks NetworkManager for the key and blocks the event loop until it answers. */
+    void publishWifiConfig(NetworkManager::WirelessDevice::Ptr dev);
+    void publishWifiAccessPoints(NetworkManager::WirelessDevice::Ptr dev);
+    void publishWifiNetworks(NetworkManager::WirelessDevice::Ptr dev);
+    void publishModemState(NetworkManager::ModemDevice::Ptr modem);
+    /** @param stats megabytes by month ("yyyy-MM") and then by "rxbytes" and "txbytes" */
+    void publishModemStats(QMap<QString, QMap<QString, double>> stats);
+    /** Asks NetworkManager for password and PIN and blocks the event loop until it answers. */
+    void publishModemConfig(NetworkManager::ModemDevice::Ptr dev);
+    void publishDeviceModemSignal(NetworkManager::ModemDevice::Ptr modem);
+    /** Publishes what went wrong with @p command. */
+    void publishError(const QString& command, const QString& error);
+
+private Q_SLOTS:
+    void onMqttStateChanged(QMqttClient::ClientState state);
+    void onMqttErrorChanged(QMqttClient::ClientError err);
+    void onMqttMessage(const QByteArray& message, const QMqttTopicName& topic = QMqttTopicName());
+
+private:
+    void onConnectTimeout();
+    void publish(const QString& topic, const QByteArray& data, int qos, bool retain);
+    void publish(const Topic& topic, const QByteArray& data);
+    void publish(const Topic& topic, const QJsonObject& document);
+    void subscribe(const QString& topic);
+    QString topicBase() const;
+    void log(Log::Level level, const char* format, ...) Q_ATTRIBUTE_FORMAT_PRINTF(3, 4);
+
+    Config* config;
+    QMqttClient* client; // a child of this object, replaced by every connect()
+    QTimer* connectTimer = nullptr; // likewise; null until the first connect()
+    bool logEnabled = true;
+};
+
+} // namespace Lanvoy

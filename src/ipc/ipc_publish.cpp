@@ -1,0 +1,164 @@
+#include "ipc.h"
+
+#include "documents.h"
+#include "topics.h"
+
+#include <QJsonDocument>
+
+#include <optional>
+
+namespace Lanvoy
+{
+
+namespace
+{
+
+using NetworkManager::Connection;
+using NetworkManager::Device;
+using NetworkManager::Setting;
+
+/** What NetworkManager holds for a device: the settings of its first available connection, and secrets. */
+struct HeldConfig {
+    NetworkManager::ConnectionSettings::Ptr settings; // null without an available connection
+    std::optional<QVariantMap> secrets; // none when there is no such group or they are refused
+};
+
+HeldConfig heldConfig(Device& dev)
+{
+    const Connection::List connections = dev.availableConnections();
+    return {connections.isEmpty() ? nullptr : connections.first()->settings(), std::nullopt};
+}
+
+/** The same with the secrets of the group of type @p secretType, which NetworkManager is asked for. */
+HeldConfig heldConfig(Device& dev, Setting::SettingType secretType)
+{
+    HeldConfig held = heldConfig(dev);
+    const Setting::Ptr setting = held.settings ? held.settings->setting(secretType) : Setting::Ptr();
+    if (!setting || setting->isNull())
+        return held;
+    QDBusPendingReply<NMVariantMapMap> reply = dev.availableConnections().first()->secrets(setting->name());
+    reply.waitForFinished(); // blocks the event loop until NetworkManager answers
+    if (reply.isValid())
+        held.secrets = reply.value().value(setting->name());
+    return held;
+}
+
+} // namespace
+
+void IPC::publishNetworkStatus()
+{
+    publish(Topics::status, networkStatusDocument());
+}
+
+void IPC::publishNetworkInfo()
+{
+    publish(Topics::info, networkInfoDocument());
+}
+
+void IPC::publishDeviceState(Device::Ptr dev)
+{
+    if (!dev)
+        return;
+    switch (dev->type()) {
+    case Device::Ethernet:
+        publishEthernetState(dev.objectCast<NetworkManager::WiredDevice>());
+        break;
+    case Device::Wifi:
+        publishWifiState(dev.objectCast<NetworkManager::WirelessDevice>());
+        break;
+    case Device::Modem:
+        publishModemState(dev.objectCast<NetworkManager::ModemDevice>());
+        break;
+    default:
+        break;
+    }
+}
+
+void IPC::publishDeviceConfig(Device::Ptr dev)
+{
+    if (!dev)
+        return;
+    switch (dev->type()) {
+    case Device::Ethernet:
+        publishEthernetConfig(dev.objectCast<NetworkManager::WiredDevice>());
+        break;
+    case Device::Wifi:
+        publishWifiConfig(dev.objectCast<NetworkManager::WirelessDevice>());
+        break;
+    case Device::Modem:
+        publishModemConfig(dev.objectCast<NetworkManager::ModemDevice>());
+        break;
+    default:
+        break;
+    }
+}
+
+void IPC::publishEthernetState(NetworkManager::WiredDevice::Ptr dev)
+{
+    publish(Topics::ethernetState, ethernetStateDocument(*dev));
+}
+
+void IPC::publishEthernetConfig(NetworkManager::WiredDevice::Ptr dev)
+{
+    const HeldConfig held = heldConfig(*dev);
+    publish(Topics::ethernetConfig, ethernetConfigDocument(dev->interfaceName(), held.settings));
+}
+
+void IPC::publishWifiState(NetworkManager::WirelessDevice::Ptr dev)
+{
+    publish(Topics::wifiState, wifiStateDocument(*dev));
+}
+
+void IPC::publishWifiConfig(NetworkManager::WirelessDevice::Ptr dev)
+{
+    const HeldConfig held = heldConfig(*dev, Setting::WirelessSecurity);
+    publish(Topics::wifiConfig, wifiConfigDocument(dev->interfaceName(), held.settings, held.secrets));
+}
+
+void IPC::publishWifiAccessPoints(NetworkManager::WirelessDevice::Ptr dev)
+{
+    publish(Topics::wifiAccessPoints, accessPointsDocument(dev->interfaceName(), accessPointsOf(*dev)));
+}
+
+void IPC::publishWifiNetworks(NetworkManager::WirelessDevice::Ptr dev)
+{
+    publish(Topics::wifiNetworks, networksDocument(dev->interfaceName(), networksOf(*dev)));
+}
+
+void IPC::publishModemState(NetworkManager::ModemDevice::Ptr modem)
+{
+    publish(Topics::modemState, modemStateDocument(*modem));
+}
+
+void IPC::publishModemStats(QMap<QString, QMap<QString, double>> stats)
+{
+    publish(Topics::modemStats, modemStatsDocument(stats));
+}
+
+void IPC::publishModemConfig(NetworkManager::ModemDevice::Ptr dev)
+{
+    const HeldConfig held = heldConfig(*dev, Setting::Gsm);
+    publish(Topics::modemConfig, modemConfigDocument(dev->interfaceName(), held.settings, held.secrets));
+}
+
+void IPC::publishDeviceModemSignal(NetworkManager::ModemDevice::Ptr modem)
+{
+    publish(Topics::modemSignal, modemSignalDocument(*modem));
+}
+
+void IPC::publishError(const QString& command, const QString& error)
+{
+    publish(Topics::error, errorDocument(command, error));
+}
+
+void IPC::publish(const Topic& topic, const QByteArray& data)
+{
+    publish(QLatin1String(topic.name), data, topic.qos, topic.retain);
+}
+
+void IPC::publish(const Topic& topic, const QJsonObject& document)
+{
+    publish(topic, QJsonDocument(document).toJson());
+}
+
+} // namespace Lanvoy
