@@ -1,0 +1,54 @@
+#include "engine.h"
+
+#include <cstdarg>
+
+namespace Lanvoy
+{
+
+Engine::Engine(const QString& configFile, QObject* parent)
+    : QObject(parent)
+    , statsStore(QStringLiteral("./stats/modem.ini"), QSettings::IniFormat)
+{
+    fillCommandTable();
+    configuration.reset(new Config(configFile, parent));
+    ipc.reset(new IPC(configuration.data(), parent));
+    connect(ipc.data(), &IPC::connected, this, &Engine::onIPCConnected);
+    connect(ipc.data(), &IPC::disconnected, this, &Engine::onIPCDiscconnected);
+    connect(ipc.data(), &IPC::commandReceived, this, &Engine::onIPCCommandReceived);
+    wireStatsTimer();
+    pruneStats();
+}
+
+Engine::~Engine()
+{
+    commands.clear();
+    scanTimer.reset();
+    ipc.reset();
+    configuration.reset();
+}
+
+void Engine::start()
+{
+    ipc->connect();
+}
+
+void Engine::onIPCConnected(const QString& server)
+{
+    log(Log::Info, "IPC Connected to %s", qPrintable(server));
+    reload();
+}
+
+void Engine::onIPCDiscconnected()
+{
+    log(Log::Info, "IPC Disconnected.");
+}
+
+void Engine::log(Log::Level level, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    Log::vprint(level, "[Engine] ", format, args);
+    va_end(args);
+}
+
+} // namespace Lanvoy

@@ -1,0 +1,210 @@
+#include "settings.h"
+
+#include <NetworkManagerQt/GsmSetting>
+#include <NetworkManagerQt/Ipv6Setting>
+#include <NetworkManagerQt/WirelessSecuritySetting>
+#include <NetworkManagerQt/WirelessSetting>
+
+namespace Lanvoy
+{
+
+namespace
+{
+
+using NetworkManager::ConnectionSettings;
+using NetworkManager::GsmSetting;
+using NetworkManager::IpAddress;
+using NetworkManager::Ipv4Setting;
+using NetworkManager::Ipv6Setting;
+using NetworkManager::Setting;
+using NetworkManager::WirelessSecuritySetting;
+using NetworkManager::WirelessSetting;
+
+template<typename T>
+QSharedPointer<T> settingOf(const ConnectionSettings::Ptr& settings, Setting::SettingType type)
+{
+    return settings->setting(type).staticCast<T>();
+}
+
+/** Writes @p wanted through @p setter when it differs from @p current; returns whether it did. */
+template<typename Object, typename Value, typename Argument>
+bool assign(Object& object, const Value& current, const Value& wanted, void (Object::*setter)(Argument))
+{
+    if (current == wanted)
+        return false;
+    (object.*setter)(wanted);
+    return true;
+}
+
+// 0 stands for "none": no text, no IPv4 address, 0.0.0.0.
+quint32 ipv4Value(const QHostAddress& address)
+{
+    return address.toIPv4Address();
+}
+
+bool sameAddresses(const QList<IpAddress>& current, const IpAddress& wanted)
+{
+    return current.size() == 1 && ipv4Value(current.first().ip()) == ipv4Value(wanted.ip())
+        && current.first().prefixLength() == wanted.prefixLength()
+        && ipv4Value(current.first().gateway()) == ipv4Value(wanted.gateway());
+}
+
+/** The name servers as NetworkManager can hold them: IPv4 addresses, each once. */
+QList<QHostAddress> nameServers(const QList<QHostAddress>& addresses)
+{
+    QList<QHostAddress> servers;
+    for (const QHostAddress& address : addresses) {
+        const QHostAddress server(ipv4Value(address));
+        if (ipv4Value(address) != 0 && !servers.contains(server))
+            servers.append(server);
+    }
+    return servers;
+}
+
+// The static address stands in three places; what is left in one of them would stay in force.
+void setAddresses(Ipv4Setting& setting, const QList<IpAddress>& addresses)
+{
+    setting.setAddresses(addresses);
+    setting.setAddressData({});
+    setting.setGateway(QString());
+}
+
+bool switchMethod(Ipv4Setting& setting, Ipv4Setting::ConfigMethod method)
+{
+    return assign(setting, setting.method(), method, &Ipv4Setting::setMethod);
+}
+
+bool applyAuto(Ipv4Setting& setting)
+{
+    if (!switchMethod(setting, Ipv4Setting::Automatic))
+        return false;
+    setAddresses(setting, {});
+    return true;
+}
+
+bool applyManual(Ipv4Setting& setting, const Config::Ipv4Config& ipv4)
+{
+    IpAddress address;
+    address.setIp(QHostAddress(ipv4.address)); // first: a netmask without an ip is ignored
+    address.setNetmask(QHostAddress(ipv4.mask));
+    address.setGateway(QHostAddress(ipv4.gateway));
+
+    bool changed = switchMethod(setting, Ipv4Setting::Manual);
+    if (!sameAddresses(setting.addresses(), address)) {
+        setAddresses(setting, {address});
+        changed = true;
+    }
+    const QList<QHostAddress> servers = nameServers({QHostAddress(ipv4.dns0), QHostAddress(ipv4.dns1)});
+    if (nameServers(setting.dns()) != servers) {
+        setting.setDns(servers);
+        changed = true;
+    }
+    return changed;
+}
+
+bool updateWired(const ConnectionSettings::Ptr& settings, const Config::Ethernet& record)
+{
+    bool changed = assign(*settings, settings->id(), record.id, &ConnectionSettings::setId);
+    changed
+        |= assign(*settings, settings->autoconnect(), record.autocon, &ConnectionSettings::setAutoconnect);
+    changed |= updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
+    return changed;
+}
+
+bool updateSecurity(WirelessSecuritySetting& security, const QString& word, const QString& key)
+{
+    bool changed = false;
+    if (word == QLatin1String("wep")) {
+        changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::Wep,
+                          &WirelessSecuritySetting::setKeyMgmt);
+        changed |= assign(security, security.wepKey0(), key, &WirelessSecuritySetting::setWepKey0);
+        security.setWepKeyType(WirelessSecuritySetting::Passphrase);
+    } else {
+        changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::WpaPsk,
+                          &WirelessSecuritySetting::setKeyMgmt);
+        changed |= assign(security, security.psk(), key, &WirelessSecuritySetting::setPsk);
+    }
+    security.setInitialized(true);
+    return changed;
+}
+
+bool updateWireless(const ConnectionSettings::Ptr& settings, const Config::Wifi& record, const QString& word)
+{
+    const auto wireless = settingOf<WirelessSetting>(settings, Setting::Wireless);
+    bool changed = assign(*settings, settings->id(), record.ssid, &ConnectionSettings::setId);
+    changed
+        |= assign(*settings, settings->autoconnect(), record.autocon, &ConnectionSettings::setAutoconnect);
+
+    // Deliberate: compared as Latin-1 but written as UTF-8, so that a name beyond ASCII always counts as
+    // changed.
+    if (QString::fromLatin1(wireless->ssid().constData()) != record.ssid) {
+        wireless->setSsid(record.ssid.toUtf8());
+        changed = true;
+    }
+    if (word != QLatin1String("none") && word != QLatin1String("unknown")) {
+        const auto security = settingOf<WirelessSecuritySetting>(settings, Setting::WirelessSecurity);
+        changed |= updateSecurity(*security, word, record.key);
+        wireless->setSecurity(security->name());
+        wireless->setInitialized(true);
+    }
+    changed |= updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
+
+    const auto ipv6 = settingOf<Ipv6Setting>(settings, Setting::Ipv6);
+    if (assign(*ipv6, ipv6->method(), Ipv6Setting::Ignored, &Ipv6Setting::setMethod)) {
+        ipv6->setInitialized(true);
+        changed = true;
+    }
+    return changed;
+}
+
+bool updateGsm(const ConnectionSettings::Ptr& settings, const Config::Modem& record)
+{
+    // Deliberate: unlike for the other two kinds, these two never count as a change.
+    settings->setId(record.id);
+    settings->setAutoconnect(record.autocon);
+
+    const auto gsm = settingOf<GsmSetting>(settings, Setting::Gsm);
+    bool changed = assign(*gsm, gsm->apn(), record.apn, &GsmSetting::setApn);
+    changed |= assign(*gsm, gsm->username(), record.username, &GsmSetting::setUsername);
+    changed |= assign(*gsm, gsm->networkId(), record.network_id, &GsmSetting::setNetworkId);
+    changed |= assign(*gsm, gsm->password(), record.password, &GsmSetting::setPassword);
+    changed |= assign(*gsm, gsm->pin(), record.pin, &GsmSetting::setPin);
+    gsm->setNumber(QStringLiteral("*99#"));
+    gsm->setPasswordFlags(Setting::None);
+    gsm->setPinFlags(Setting::None);
+    gsm->setInitialized(true);
+
+    changed |= updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
+    return changed;
+}
+
+} // namespace
+
+bool updateConnectionSettings(const ConnectionSettings::Ptr& settings, const Config& config,
+                              const QString& security)
+{
+    if (!settings)
+        return false;
+    switch (settings->connectionType()) {
+    case ConnectionSettings::Wired:
+        return updateWired(settings, config.ethernet());
+    case ConnectionSettings::Wireless:
+        return updateWireless(settings, config.wifi(), security);
+    case ConnectionSettings::Gsm:
+        return updateGsm(settings, config.modem());
+    default:
+        return false;
+    }
+}
+
+bool updateIpv4Configuration(const Ipv4Setting::Ptr& setting, const Config::Ipv4Config& ipv4)
+{
+    setting->setInitialized(true);
+    if (ipv4.method == QLatin1String("auto"))
+        return applyAuto(*setting);
+    if (ipv4.method == QLatin1String("manual"))
+        return applyManual(*setting, ipv4);
+    return switchMethod(*setting, Ipv4Setting::LinkLocal);
+}
+
+} // namespace Lanvoy

@@ -1,0 +1,140 @@
+#include "settings.h"
+
+#include <NetworkManagerQt/GsmSetting>
+#include <NetworkManagerQt/WirelessSecuritySetting>
+#include <NetworkManagerQt/WirelessSetting>
+
+namespace Lanvoy
+{
+
+namespace
+{
+
+using NetworkManager::ConnectionSettings;
+using NetworkManager::Setting;
+
+const QString gsmGroup = QStringLiteral("gsm");
+const QString ipv4Group = QStringLiteral("ipv4");
+const QString wirelessGroup = QStringLiteral("802-11-wireless");
+const QString securityGroup = QStringLiteral("802-11-wireless-security");
+
+// The properties of "gsm" that every update carries, empty where there is none.
+constexpr const char* gsmSecrets[] = {"password", "pin"};
+
+struct Secret {
+    QString group;
+    const char* key;
+};
+
+bool removeEmpty(QVariantMap& group, const char* key)
+{
+    const auto entry = group.find(QLatin1String(key));
+    if (entry == group.end() || !entry->toString().isEmpty())
+        return false;
+    group.erase(entry);
+    return true;
+}
+
+// NetworkManager takes an empty "gsm.password" from nobody, not even from a wired profile.
+bool dropEmptyGsmSecrets(NMVariantMapMap& map, const ConnectionSettings& /*settings*/)
+{
+    QVariantMap group = map.value(gsmGroup);
+    bool dropped = false;
+    for (const char* key : gsmSecrets)
+        dropped |= removeEmpty(group, key);
+    if (group.isEmpty())
+        map.remove(gsmGroup);
+    else
+        map.insert(gsmGroup, group);
+    return dropped;
+}
+
+// The profile of an open network is refused without the group that names the network.
+bool addWirelessGroup(NMVariantMapMap& map, const ConnectionSettings& settings)
+{
+    const Setting::Ptr wireless = settings.setting(Setting::Wireless);
+    if (!wireless || map.contains(wirelessGroup))
+        return false;
+    map.insert(wirelessGroup, wireless->toMap());
+    return true;
+}
+
+// Static addresses and name servers are not allowed for every method.
+bool dropStaticIpv4(NMVariantMapMap& map, const ConnectionSettings& /*settings*/)
+{
+    QVariantMap group = map.value(ipv4Group);
+    if (group.value(QStringLiteral("method")) == QLatin1String("manual"))
+        return false;
+    int dropped = 0;
+    for (const char* key : {"addresses", "address-data", "gateway", "dns", "dns-data"})
+        dropped += group.remove(QLatin1String(key));
+    map.insert(ipv4Group, group);
+    return dropped > 0;
+}
+
+struct Correction {
+    const char* refusal; // how NetworkManager's message begins; the rest may be translated
+    bool (*apply)(NMVariantMapMap& map, const ConnectionSettings& settings);
+};
+
+constexpr Correction corrections[] = {
+    {"gsm.password:", dropEmptyGsmSecrets}, {"gsm.pin:", dropEmptyGsmSecrets},
+    {"802-11-wireless:", addWirelessGroup}, {"ipv4.addresses:", dropStaticIpv4},
+    {"ipv4.gateway:", dropStaticIpv4},      {"ipv4.dns:", dropStaticIpv4},
+};
+
+} // namespace
+
+QStringList secretsOf(const ConnectionSettings::Ptr& settings)
+{
+    QStringList secrets;
+    if (const auto gsm = settings->setting(Setting::Gsm).staticCast<NetworkManager::GsmSetting>())
+        secrets << gsm->password() << gsm->pin();
+    if (const auto security
+        = settings->setting(Setting::WirelessSecurity).staticCast<NetworkManager::WirelessSecuritySetting>())
+        secrets << security->psk() << security->wepKey0();
+    return secrets;
+}
+
+bool losesSecret(const QStringList& before, const QStringList& after)
+{
+    for (int i = 0; i < qMin(before.size(), after.size()); ++i) {
+        if (!before.at(i).isEmpty() && after.at(i).isEmpty())
+            return true;
+    }
+    return false;
+}
+
+void addEmptyGsmSecrets(NMVariantMapMap& map)
+{
+    QVariantMap& group = map[gsmGroup];
+    for (const char* key : gsmSecrets) {
+        if (!group.contains(QLatin1String(key)))
+            group.insert(QLatin1String(key), QString::fromLatin1(""));
+    }
+}
+
+bool correctRefusedMap(NMVariantMapMap& map, const ConnectionSettings& settings, const QString& error)
+{
+    for (const Correction& correction : corrections) {
+        if (error.startsWith(QLatin1String(correction.refusal)))
+            return correction.apply(map, settings);
+    }
+    return false;
+}
+
+NMVariantMapMap withoutSecrets(NMVariantMapMap map)
+{
+    const Secret secrets[] = {
+        {gsmGroup, "password"},      {gsmGroup, "pin"},           {securityGroup, "psk"},
+        {securityGroup, "wep-key0"}, {securityGroup, "wep-key1"}, {securityGroup, "wep-key2"},
+        {securityGroup, "wep-key3"},
+    };
+    for (const Secret& secret : secrets) {
+        if (map.contains(secret.group))
+            map[secret.group].remove(QLatin1String(secret.key));
+    }
+    return map;
+}
+
+} // namespace Lanvoy
