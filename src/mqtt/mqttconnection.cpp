@@ -37,6 +37,8 @@ MqttConnection::MqttConnection(const Settings& settings_, QObject* parent)
     , settings(settings_)
 {
     connect(&keepAliveTimer, &QTimer::timeout, this, &MqttConnection::onKeepAlive);
+    wakeUp.setSingleShot(true);
+    connect(&wakeUp, &QTimer::timeout, this, &MqttConnection::onWakeUp);
 }
 
 MqttConnection::~MqttConnection()
@@ -49,21 +51,29 @@ void MqttConnection::start()
 {
     // A numeric address skips the lookup, which would ask name servers for the name that belongs to it.
     const QHostAddress numeric(settings.host);
-    if (!numeric.isNull()) {
+    if (numeric.isNull()) {
+        lookupId = QHostInfo::lookupHost(settings.host, this, SLOT(onLookedUp(QHostInfo)));
+    } else {
         addresses.append(numeric);
-        QTimer::singleShot(0, this, [this] {
-            if (isOpen())
-                tryNextAddress(MOSQ_ERR_LOOKUP);
-        });
-        return;
+        wakeUp.start();
     }
-    lookupId = QHostInfo::lookupHost(settings.host, this, [this](const QHostInfo& info) {
-        lookupId = -1;
-        if (!isOpen())
-            return;
-        addresses = info.addresses();
+}
+
+void MqttConnection::onLookedUp(const QHostInfo& info)
+{
+    lookupId = -1;
+    if (!isOpen())
+        return;
+    addresses = info.addresses();
+    tryNextAddress(MOSQ_ERR_LOOKUP);
+}
+
+void MqttConnection::onWakeUp()
+{
+    if (phase == Phase::Resolving)
         tryNextAddress(MOSQ_ERR_LOOKUP);
-    });
+    else
+        deliver();
 }
 
 // The library would stop at the first address and would block on a name, so it gets one numeric address at a
@@ -168,7 +178,7 @@ int MqttConnection::afterRequest(int result, int id)
     if (writeNotifier != nullptr)
         writeNotifier->setEnabled(mosquitto_want_write(handle));
     if (!events.isEmpty() && !delivering)
-        QTimer::singleShot(0, this, &MqttConnection::deliver);
+        wakeUp.start();
     return result == MOSQ_ERR_SUCCESS ? id : -1;
 }
 
@@ -294,6 +304,7 @@ void MqttConnection::release()
     lookupId = -1;
     addresses.clear();
     keepAliveTimer.stop();
+    wakeUp.stop();
     destroyHandle();
     events.clear();
 }

@@ -9,6 +9,7 @@
 #include <QSet>
 #include <QTimer>
 
+class QHostInfo;
 class QSocketNotifier;
 struct mosquitto;
 
@@ -65,6 +66,9 @@ protected:
     qint64 readData(char*, qint64) override { return -1; }
     qint64 writeData(const char*, qint64) override { return -1; }
 
+private Q_SLOTS:
+    void onLookedUp(const QHostInfo& info);
+
 private:
     enum class Phase { Resolving, TcpConnecting, AwaitingConnack, Accepted };
     struct Event {
@@ -76,6 +80,7 @@ private:
     };
 
     // mqttconnection.cpp: phases, socket events, delivery
+    void onWakeUp();
     void tryNextAddress(int result);
     bool tcpEstablished();
     void onReadable();
@@ -107,6 +112,7 @@ private:
     QSocketNotifier* readNotifier = nullptr;
     QSocketNotifier* writeNotifier = nullptr;
     QTimer keepAliveTimer;
+    QTimer wakeUp; // for what must not happen within the call of the client's user
     QQueue<Event> events;
     QSet<int> unconfirmed; // ids of QoS 1 and 2 messages; QoS 0 is reported by the library, but not by Qt
     int refusal = 0; // return code of a CONNACK that refused

@@ -53,8 +53,8 @@ QMqttSubscription* QMqttClient::subscribe(const QMqttTopicFilter& topic, quint8 
     if (packetId == -1)
         return nullptr;
     QMqttSubscription* const result = subscription;
-    result->m_qos = qos;
-    result->m_packetId = packetId;
+    result->level = qos;
+    result->packetId = packetId;
     result->setState(QMqttSubscription::SubscriptionPending);
     return result;
 }
@@ -67,8 +67,8 @@ void QMqttClient::unsubscribe(const QMqttTopicFilter& topic)
     if (subscription->state() != QMqttSubscription::Subscribed
         && subscription->state() != QMqttSubscription::SubscriptionPending)
         return;
-    subscription->m_packetId = d->connection->unsubscribe(topic.filter());
-    if (subscription->m_packetId != -1)
+    subscription->packetId = d->connection->unsubscribe(topic.filter());
+    if (subscription->packetId != -1)
         subscription->setState(QMqttSubscription::UnsubscriptionPending);
 }
 
@@ -151,7 +151,7 @@ bool QMqttClient::enter(ClientState state)
 QMqttSubscription* QMqttClient::findPending(int packetId) const
 {
     for (QMqttSubscription* subscription : qAsConst(d->subscriptions)) {
-        if (subscription->m_packetId == packetId)
+        if (subscription->packetId == packetId)
             return subscription;
     }
     return nullptr;
@@ -162,13 +162,13 @@ void QMqttClient::onSubscribeAnswered(int packetId, int granted)
     QMqttSubscription* const subscription = findPending(packetId);
     if (subscription == nullptr)
         return;
-    subscription->m_packetId = -1;
+    subscription->packetId = -1;
     if (granted > 2) {
         qWarning("MQTT: the broker refused a subscription.");
         subscription->setState(QMqttSubscription::Error);
         return;
     }
-    subscription->m_qos = static_cast<quint8>(granted);
+    subscription->level = static_cast<quint8>(granted);
     subscription->setState(QMqttSubscription::Subscribed);
 }
 
@@ -177,7 +177,7 @@ void QMqttClient::onUnsubscribed(int packetId)
     QMqttSubscription* const subscription = findPending(packetId);
     if (subscription == nullptr)
         return;
-    subscription->m_packetId = -1;
+    subscription->packetId = -1;
     subscription->setState(QMqttSubscription::Unsubscribed);
 }
 
@@ -186,7 +186,7 @@ void QMqttClient::onClosed(ClientError error)
     const QPointer<QMqttClient> self(this);
     const QMap<QString, QMqttSubscription*> subscriptions = d->subscriptions;
     for (QMqttSubscription* subscription : subscriptions) {
-        subscription->m_packetId = -1;
+        subscription->packetId = -1;
         subscription->setState(QMqttSubscription::Unsubscribed);
         if (self.isNull())
             return;

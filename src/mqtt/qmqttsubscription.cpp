@@ -2,14 +2,14 @@
 
 QMqttSubscription::QMqttSubscription(const QMqttTopicFilter& topic, QObject* client)
     : QObject(client)
-    , m_topic(topic)
+    , filter(topic)
 {
 }
 
 void QMqttSubscription::setState(SubscriptionState state)
 {
-    if (m_state == state)
+    if (current == state)
         return;
-    m_state = state;
+    current = state;
     Q_EMIT stateChanged(state);
 }

@@ -21,10 +21,10 @@ public:
     };
     Q_ENUM(SubscriptionState)
 
-    SubscriptionState state() const { return m_state; }
+    SubscriptionState state() const { return current; }
     /** @return the requested quality of service, once subscribed the one that the broker granted */
-    quint8 qos() const { return m_qos; }
-    QMqttTopicFilter topic() const { return m_topic; }
+    quint8 qos() const { return level; }
+    QMqttTopicFilter topic() const { return filter; }
 
 Q_SIGNALS:
     void stateChanged(SubscriptionState state);
@@ -34,8 +34,8 @@ private:
     QMqttSubscription(const QMqttTopicFilter& topic, QObject* client);
     void setState(SubscriptionState state);
 
-    const QMqttTopicFilter m_topic;
-    SubscriptionState m_state = Unsubscribed;
-    quint8 m_qos = 0;
-    int m_packetId = -1; // of the request that is under way
+    const QMqttTopicFilter filter;
+    SubscriptionState current = Unsubscribed;
+    quint8 level = 0;
+    int packetId = -1; // of the request that is under way
 };

@@ -8,30 +8,30 @@ constexpr int longestTopic = 65535; // the protocol counts text lengths in 16 bi
 } // namespace
 
 QMqttTopicFilter::QMqttTopicFilter(const QString& filter)
-    : m_filter(filter)
+    : text(filter)
 {
 }
 
 QMqttTopicFilter::QMqttTopicFilter(const QLatin1String& filter)
-    : m_filter(filter)
+    : text(filter)
 {
 }
 
 QString QMqttTopicFilter::filter() const
 {
-    return m_filter;
+    return text;
 }
 
 void QMqttTopicFilter::setFilter(const QString& filter)
 {
-    m_filter = filter;
+    text = filter;
 }
 
 bool QMqttTopicFilter::isValid() const
 {
-    if (m_filter.isEmpty() || m_filter.size() > longestTopic || m_filter.contains(QChar(QChar::Null)))
+    if (text.isEmpty() || text.size() > longestTopic || text.contains(QChar(QChar::Null)))
         return false;
-    const QVector<QStringRef> levels = m_filter.splitRef(QLatin1Char('/'));
+    const QVector<QStringRef> levels = text.splitRef(QLatin1Char('/'));
     for (int i = 0; i < levels.size(); ++i) {
         const QStringRef& level = levels.at(i);
         if (level.contains(QLatin1Char('+')) && level.size() > 1)

@@ -18,22 +18,13 @@ public:
      * one */
     bool isValid() const;
 
-    friend bool operator==(const QMqttTopicFilter& a, const QMqttTopicFilter& b)
-    {
-        return a.m_filter == b.m_filter;
-    }
-    friend bool operator!=(const QMqttTopicFilter& a, const QMqttTopicFilter& b)
-    {
-        return a.m_filter != b.m_filter;
-    }
-    friend bool operator<(const QMqttTopicFilter& a, const QMqttTopicFilter& b)
-    {
-        return a.m_filter < b.m_filter;
-    }
-    friend uint qHash(const QMqttTopicFilter& topic, uint seed = 0) { return ::qHash(topic.m_filter, seed); }
+    friend bool operator==(const QMqttTopicFilter& a, const QMqttTopicFilter& b) { return a.text == b.text; }
+    friend bool operator!=(const QMqttTopicFilter& a, const QMqttTopicFilter& b) { return a.text != b.text; }
+    friend bool operator<(const QMqttTopicFilter& a, const QMqttTopicFilter& b) { return a.text < b.text; }
+    friend uint qHash(const QMqttTopicFilter& topic, uint seed = 0) { return ::qHash(topic.text, seed); }
 
 private:
-    QString m_filter;
+    QString text;
 };
 
 Q_DECLARE_METATYPE(QMqttTopicFilter)

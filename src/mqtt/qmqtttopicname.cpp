@@ -6,27 +6,27 @@ constexpr int longestTopic = 65535; // the protocol counts text lengths in 16 bi
 } // namespace
 
 QMqttTopicName::QMqttTopicName(const QString& name)
-    : m_name(name)
+    : text(name)
 {
 }
 
 QMqttTopicName::QMqttTopicName(const QLatin1String& name)
-    : m_name(name)
+    : text(name)
 {
 }
 
 QString QMqttTopicName::name() const
 {
-    return m_name;
+    return text;
 }
 
 void QMqttTopicName::setName(const QString& name)
 {
-    m_name = name;
+    text = name;
 }
 
 bool QMqttTopicName::isValid() const
 {
-    return !m_name.isEmpty() && m_name.size() <= longestTopic && !m_name.contains(QLatin1Char('#'))
-        && !m_name.contains(QLatin1Char('+')) && !m_name.contains(QChar(QChar::Null));
+    return !text.isEmpty() && text.size() <= longestTopic && !text.contains(QLatin1Char('#'))
+        && !text.contains(QLatin1Char('+')) && !text.contains(QChar(QChar::Null));
 }

@@ -17,13 +17,13 @@ public:
     /** @return whether the name has 1 to 65535 characters and holds no wildcard and no NUL */
     bool isValid() const;
 
-    friend bool operator==(const QMqttTopicName& a, const QMqttTopicName& b) { return a.m_name == b.m_name; }
-    friend bool operator!=(const QMqttTopicName& a, const QMqttTopicName& b) { return a.m_name != b.m_name; }
-    friend bool operator<(const QMqttTopicName& a, const QMqttTopicName& b) { return a.m_name < b.m_name; }
-    friend uint qHash(const QMqttTopicName& topic, uint seed = 0) { return ::qHash(topic.m_name, seed); }
+    friend bool operator==(const QMqttTopicName& a, const QMqttTopicName& b) { return a.text == b.text; }
+    friend bool operator!=(const QMqttTopicName& a, const QMqttTopicName& b) { return a.text != b.text; }
+    friend bool operator<(const QMqttTopicName& a, const QMqttTopicName& b) { return a.text < b.text; }
+    friend uint qHash(const QMqttTopicName& topic, uint seed = 0) { return ::qHash(topic.text, seed); }
 
 private:
-    QString m_name;
+    QString text;
 };
 
 Q_DECLARE_METATYPE(QMqttTopicName)
