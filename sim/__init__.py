@@ -1,0 +1,1 @@
+"""Simulated gateway: look-alikes of NetworkManager and ModemManager for demo and tests."""

@@ -1,0 +1,168 @@
+"""How a device gets connected and disconnected: the walk through the states, with NetworkManager's signal order."""
+import ipaddress
+import time
+
+from . import nm_states as dev
+from .nm_active import (ACTIVATED, ACTIVATING, DEACTIVATED, DEACTIVATING, REASON_DEVICE_DISCONNECTED,
+                        REASON_NO_SECRETS, ActiveConnection, Dhcp4Config)
+
+
+def follow_device(active, device_state, reason):
+    """Gives an active connection the state that its device's state means."""
+    if dev.PREPARE <= device_state < dev.ACTIVATED:
+        active.change_state(ACTIVATING)
+    elif device_state == dev.ACTIVATED:
+        active.change_state(ACTIVATED)
+    elif device_state == dev.DEACTIVATING:
+        active.change_state(DEACTIVATING)
+    else:
+        why = REASON_NO_SECRETS if reason == dev.NO_SECRETS else REASON_DEVICE_DISCONNECTED
+        active.change_state(DEACTIVATED, why)
+
+
+def activate(device, profile, specific_object):
+    """Starts connecting; a device in use is disconnected first. Returns the new active connection."""
+    daemon = device.daemon
+    device.stop_script()
+    in_use = device.active is not None
+    if in_use and device.state != dev.DEACTIVATING:
+        device.change_state(dev.DEACTIVATING, dev.NEW_ACTIVATION)
+    active = ActiveConnection(profile, device, specific_object)
+    daemon.bus.export(active)
+    daemon.manager.add_active(active)
+    profile.autoconnect_blocked = False
+    device.run(_walk(device, active, in_use))
+    return active
+
+
+def deactivate(device, reason):
+    """Starts disconnecting in the orderly way, over the deactivating state."""
+    if device.state in (dev.UNMANAGED, dev.UNAVAILABLE, dev.DISCONNECTED):
+        return
+    device.stop_script()
+    if device.state != dev.DEACTIVATING:
+        device.change_state(dev.DEACTIVATING, reason)
+    device.run(_leave(device, reason), device.daemon.options["step_ms"])
+
+
+def _leave(device, reason):
+    drop(device, dev.DISCONNECTED, reason)
+    device.refresh_available()
+    device.daemon.manager.consider_autoconnect()
+    return
+    yield
+
+
+def drop(device, state, reason):
+    """Takes the connection off the device at once and puts the device into `state`."""
+    daemon = device.daemon
+    active, device.active = device.active, None
+    pending = [a for a in daemon.manager.actives if a.device is device and a is not active]
+    device.link_down()
+    if active:
+        active.set(Default=False)
+    device.set(ActiveConnection="/")
+    if device.state != state:
+        device.change_state(state, reason)
+    for old in [active] if active else []:
+        follow_device(old, state, reason)
+        daemon.manager.refresh_state()
+        old.set(Devices=[])
+    device.set(IpInterface="", Dhcp4Config="/")
+    daemon.manager.refresh_primary()
+    device.ip4.clear()
+    if active:
+        daemon.bus.unexport(active)
+        daemon.manager.remove_active(active)
+        if device.dhcp4:
+            daemon.bus.unexport(device.dhcp4)
+            device.dhcp4 = None
+    if state <= dev.UNAVAILABLE:  # an activation that had not begun yet ends here too
+        for other in pending:
+            other.change_state(DEACTIVATED, REASON_DEVICE_DISCONNECTED)
+            daemon.bus.unexport(other)
+            daemon.manager.remove_active(other)
+    daemon.manager.refresh_connectivity()
+
+
+def _walk(device, active, in_use):
+    daemon = device.daemon
+    step_ms = daemon.options["step_ms"]
+    if in_use:
+        yield step_ms
+        drop(device, dev.DISCONNECTED, dev.NEW_ACTIVATION)
+    device.active = active
+    device.set(ActiveConnection=active.path, Autoconnect=True)
+    device.change_state(dev.PREPARE)
+    for state in device.link_states(active):
+        yield step_ms
+        device.change_state(state)
+    yield step_ms
+    reason = device.link_up(active)
+    if reason:
+        yield from _fail(device, active, reason)
+        return
+    device.change_state(dev.IP_CONFIG)
+    yield daemon.options["dhcp_ms"] if _method(active) == "auto" else step_ms
+    _configure_ip(device, active)
+    daemon.manager.refresh_primary()
+    for state in (dev.IP_CHECK, dev.SECONDARIES, dev.ACTIVATED):
+        device.change_state(state)
+        if state != dev.ACTIVATED:
+            yield step_ms
+    active.profile.timestamp = int(time.time())
+    # The daemon hands the IP configuration to the active connection only after it reported Activated.
+    yield step_ms
+    active.set(Ip4Config=device.ip4.path)
+    if device.dhcp4:
+        active.set(Dhcp4Config=device.dhcp4.path)
+    device.set(Ip4Connectivity=4)
+    daemon.manager.refresh_connectivity()
+
+
+def _fail(device, active, reason):
+    active.profile.autoconnect_blocked = True
+    device.change_state(dev.FAILED, reason)
+    yield device.daemon.options["step_ms"]
+    drop(device, dev.DISCONNECTED, dev.NONE)
+    device.refresh_available()
+    device.daemon.manager.consider_autoconnect()
+
+
+def fail(device, reason):
+    """Ends an activation or a connection by a failure."""
+    if device.active:
+        device.run(_fail(device, device.active, reason))
+
+
+def _method(active):
+    return str(active.profile.group("ipv4").get("method", "auto"))
+
+
+def _configure_ip(device, active):
+    """Fills the device's IPv4 configuration: static settings of the profile, joined to the lease in method auto."""
+    ipv4 = active.profile.group("ipv4")
+    addresses = [(str(a["address"]), int(a["prefix"])) for a in ipv4.get("address-data", [])]
+    gateway = str(ipv4.get("gateway", ""))
+    servers = [str(ipaddress.IPv4Address(int(n).to_bytes(4, "little"))) for n in ipv4.get("dns", [])]
+    method = _method(active)
+    if method == "disabled":
+        return
+    if method == "link-local":
+        addresses = [("169.254.7.%d" % (10 + device.type_number), 16)]
+    if method == "auto" and device.lease:
+        lease = ipaddress.IPv4Interface(device.lease)
+        router = str(lease.network.network_address + 1)
+        addresses.append((str(lease.ip), lease.network.prefixlen))
+        gateway = gateway or router
+        servers.append(router)
+        device.dhcp4 = Dhcp4Config(device.daemon, {"address": str(lease.ip), "prefix": lease.network.prefixlen,
+                                                   "gateway": router, "dns": [router]})
+        device.daemon.bus.export(device.dhcp4)
+        device.set(Dhcp4Config=device.dhcp4.path)
+    device.set(IpInterface=device.ip_interface)
+    device.ip4.fill(addresses, gateway, servers, device.metric)
+
+
+def boot_time_ms():
+    return int(time.clock_gettime(time.CLOCK_BOOTTIME) * 1000)

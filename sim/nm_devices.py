@@ -1,0 +1,384 @@
+"""Devices: what all kinds share, and the kinds without a file of their own."""
+from . import nm_activation
+from .bus import BusObject, DBusError, method
+from .nm_active import Ip4Config
+from .nm_states import (CARRIER, CONFIG, CONNECTION_ASSUMED, CONNECTION_REMOVED, DISCONNECTED, NEED_AUTH, NONE,
+                        NOW_MANAGED, NOW_UNMANAGED, PREPARE, UNAVAILABLE, UNMANAGED, USER_REQUESTED)
+from .script import Script
+
+DEVICE = "org.freedesktop.NetworkManager.Device"
+STATISTICS = DEVICE + ".Statistics"
+WIRED = DEVICE + ".Wired"
+BRIDGE = DEVICE + ".Bridge"
+GENERIC = DEVICE + ".Generic"
+LOOPBACK = DEVICE + ".Loopback"
+MODEM = DEVICE + ".Modem"
+
+LINK_UP, LINK_DOWN = 65539, 1  # InterfaceFlags with and without carrier
+
+
+class Device(BusObject):
+    """One network device of any kind."""
+
+    properties = {
+        DEVICE: {
+            "Udi": "s", "Path": "s", "Interface": "s", "IpInterface": "s", "Driver": "s", "DriverVersion": "s",
+            "FirmwareVersion": "s", "Capabilities": "u", "Ip4Address": "u", "State": "u", "StateReason": "(uu)",
+            "ActiveConnection": "o", "Ip4Config": "o", "Dhcp4Config": "o", "Ip6Config": "o", "Dhcp6Config": "o",
+            "Managed": "b", "Autoconnect": "b", "FirmwareMissing": "b", "NmPluginMissing": "b", "DeviceType": "u",
+            "AvailableConnections": "ao", "PhysicalPortId": "s", "Mtu": "u", "Metered": "u", "LldpNeighbors": "aa{sv}",
+            "Real": "b", "Ip4Connectivity": "u", "Ip6Connectivity": "u", "InterfaceFlags": "u", "HwAddress": "s",
+            "Ports": "ao"},
+        STATISTICS: {"RefreshRateMs": "u", "TxBytes": "t", "RxBytes": "t"},
+    }
+    signals = {DEVICE: {"StateChanged": "uuu"}}
+    writable = ("Managed", "Autoconnect", "RefreshRateMs")
+
+    kind = ""  # word of the control interface
+    type_number = 0  # NMDeviceType
+    driver = "sim"
+    metric = 100  # route metric: the lowest active one is the primary connection
+    profile_types = ()  # connection types it can use
+
+    def __init__(self, daemon, interface, mac, address=""):
+        """`address` is what the DHCP server gives, in CIDR form; the gateway and name server are host 1 there."""
+        super().__init__("")
+        self.daemon = daemon
+        self.interface = interface
+        self.mac = mac
+        self.lease = address
+        self.managed = True
+        self.active = None  # ActiveConnection
+        self.ip4 = None
+        self.dhcp4 = None
+        self.script = None
+
+    # hardware questions that kinds answer differently
+
+    def ready(self):
+        """Whether the hardware could connect now; otherwise the device is unavailable."""
+        return True
+
+    def obstacle(self, profile):
+        """Why this device cannot use the profile now, as NetworkManager words it; "" if it can."""
+        if profile.kind not in self.profile_types:
+            wanted = f'"{self.profile_types[0]}"' if self.profile_types else "supported"
+            return f"profile is not compatible with device (connection type is not {wanted})"
+        if profile.interface not in (None, "", self.interface):
+            return "profile is not compatible with device (mismatching interface name)"
+        if self.state < UNAVAILABLE:
+            return "device is strictly unmanaged" if not self.managed else "device is not available"
+        return self.link_obstacle(profile)
+
+    def link_obstacle(self, _profile):
+        return "" if self.ready() else "device is not available"
+
+    def complete(self, settings, specific_object):
+        """Fills gaps of a new profile for AddAndActivateConnection; raises DBusError."""
+
+    def specific_object(self, profile, wanted):
+        """The object path an activation goes with, such as an access point; raises DBusError."""
+        return "/"
+
+    def link_states(self, _active):
+        """The states between 40 and 70."""
+        return (CONFIG,)
+
+    def link_up(self, active):
+        """Brings the link up; returns 0, or the reason of the failure."""
+        return NONE
+
+    def link_down(self):
+        """Takes the link down again."""
+
+    @property
+    def ip_interface(self):
+        return self.interface
+
+    # life
+
+    @property
+    def state(self):
+        return self.get("State")
+
+    def initial(self):
+        """Property values of a device just found, for the kind to extend."""
+        self.init(
+            Udi=f"/sys/devices/platform/sim/net/{self.interface}", Path=f"platform-sim-{self.interface}",
+            Interface=self.interface, IpInterface="", Driver=self.driver, DriverVersion="6.1", FirmwareVersion="",
+            Capabilities=7, Ip4Address=0, State=UNMANAGED, StateReason=(UNMANAGED, NONE), ActiveConnection="/",
+            Ip4Config=self.ip4.path, Dhcp4Config="/", Ip6Config="/", Dhcp6Config="/", Managed=False, Autoconnect=True,
+            FirmwareMissing=False, NmPluginMissing=False, DeviceType=self.type_number, AvailableConnections=[],
+            PhysicalPortId="", Mtu=1500, Metered=0, LldpNeighbors=[], Real=True, Ip4Connectivity=0,
+            Ip6Connectivity=0, InterfaceFlags=LINK_UP, RefreshRateMs=0, TxBytes=0, RxBytes=0, Ports=[])
+        self.init(DEVICE, HwAddress=self.mac)
+
+    def appear(self):
+        """Exports the device under a new path and takes it into management, in the daemon's order of signals."""
+        self.path = self.daemon.new_path("Devices")
+        self.ip4 = Ip4Config(self.daemon)
+        self.initial()
+        self.daemon.bus.export(self.ip4, self)
+        self.daemon.manager.device_added(self)
+        if self.managed:
+            self.manage(NOW_MANAGED)
+
+    def disappear(self):
+        self.switch_off()
+        bus = self.daemon.bus
+        manager = self.daemon.manager
+        self.set(DEVICE, HwAddress="", Real=False, Ip4Config="/")
+        manager.device_removed(self)
+        nm_activation.drop(self, UNMANAGED, NOW_UNMANAGED)
+        self.set(Managed=False)
+        manager.refresh_devices()
+        for item in (self, self.ip4):
+            bus.unexport(item)
+
+    def switch_off(self):
+        """Stops whatever is under way, without signals."""
+        if self.script:
+            self.script.cancel()
+        if not self.daemon.bus:
+            return
+        self.link_down()
+
+    def manage(self, reason=NOW_MANAGED):
+        """From unmanaged to available."""
+        self.change_state(UNAVAILABLE, reason)
+        self.set(IpInterface="", Ip4Connectivity=1)
+        self.set(Managed=True)
+        if self.ready():
+            self.become_ready(reason if reason == CONNECTION_ASSUMED else NONE)
+
+    def become_ready(self, reason):
+        if self.state == UNAVAILABLE:
+            self.refresh_available()
+            self.change_state(DISCONNECTED, reason)
+            self.daemon.manager.consider_autoconnect()
+
+    def become_unavailable(self, reason):
+        if self.state > UNAVAILABLE:
+            self.stop_script()
+            nm_activation.drop(self, UNAVAILABLE, reason)
+            self.refresh_available()
+
+    def set_managed(self, managed):
+        """Hands the device to NetworkManager or takes it away."""
+        if managed == self.managed:
+            return
+        self.managed = managed
+        if not self.bus:
+            return
+        if managed:
+            self.manage()
+        else:
+            self.stop_script()
+            nm_activation.drop(self, UNMANAGED, NOW_UNMANAGED)
+            self.set(Managed=False)
+            self.refresh_available()
+
+    def rename(self, interface):
+        self.interface = interface
+        self.set(Interface=interface)
+        if self.get("IpInterface"):
+            self.set(IpInterface=interface)
+        self.daemon.refresh_available()
+
+    def change_state(self, state, reason=NONE):
+        """Changes the state; properties first, then the signal, as the daemon does."""
+        old = self.state
+        self.set(State=state)
+        self.set(StateReason=(state, reason))
+        self.emit(DEVICE, "StateChanged", "uuu", state, old, reason)
+        self.daemon.manager.touch("ActiveConnections")
+        if self.active:
+            nm_activation.follow_device(self.active, state, reason)
+        self.daemon.manager.refresh_state()
+
+    def run(self, steps, first_wait_ms=0):
+        self.stop_script()
+        self.script = Script(steps, first_wait_ms)
+
+    def stop_script(self):
+        if self.script:
+            self.script.cancel()
+        self.script = None
+
+    # profiles
+
+    def refresh_available(self):
+        if self.bus:
+            paths = [p.path for p in self.daemon.profiles if p.bus and not self.obstacle(p)]
+            self.set(AvailableConnections=sorted(paths))
+
+    def profile_removed(self, profile):
+        if self.active and self.active.profile is profile:
+            self.active.set(Connection="/")
+            nm_activation.deactivate(self, CONNECTION_REMOVED)
+
+    # D-Bus
+
+    def on_set(self, name, value):
+        if name == "Managed":
+            self.set_managed(bool(value))
+        else:
+            self.set(**{name: value})
+
+    @method(DEVICE)
+    def Disconnect(self):
+        if not self.active:
+            raise DBusError(DEVICE + ".NotActive", "Cannot disconnect device: device is not active")
+        self.set(Autoconnect=False)
+        nm_activation.deactivate(self, USER_REQUESTED)
+
+    @method(DEVICE)
+    def Delete(self):
+        raise DBusError(DEVICE + ".NotSoftware", "This device is not a software device or is not realized")
+
+    @method(DEVICE, "a{sa{sv}}tu")
+    def Reapply(self, _settings, _version, _flags):
+        if not self.active:
+            raise DBusError(DEVICE + ".NotActive", "Device is not activated")
+
+    @method(DEVICE, "u", "a{sa{sv}}t")
+    def GetAppliedConnection(self, _flags):
+        if not self.active:
+            raise DBusError(DEVICE + ".NotActive", "Device is not activated")
+        return self.active.profile.GetSettings(), 1
+
+
+class WiredDevice(Device):
+    properties = {WIRED: {"HwAddress": "s", "PermHwAddress": "s", "Speed": "u", "S390Subchannels": "as",
+                          "Carrier": "b"}}
+    kind = "wired"
+    type_number = 1
+    driver = "e1000"
+    profile_types = ("802-3-ethernet",)
+
+    def __init__(self, daemon, interface, mac, address="", carrier=True):
+        super().__init__(daemon, interface, mac, address)
+        self.carrier = carrier
+
+    def initial(self):
+        super().initial()
+        self.init(WIRED, HwAddress=self.mac, PermHwAddress=self.mac, Speed=1000 if self.carrier else 0,
+                  S390Subchannels=[], Carrier=self.carrier)
+        self.init(InterfaceFlags=LINK_UP if self.carrier else LINK_DOWN)
+
+    def ready(self):
+        return self.carrier
+
+    def link_obstacle(self, _profile):
+        return "" if self.carrier else "device has no carrier"
+
+    def set_carrier(self, carrier):
+        """Plugs the cable in or out. An active device is given up after the option carrier_ms."""
+        if carrier == self.carrier:
+            return
+        self.carrier = carrier
+        if not self.bus:
+            return
+        self.set(WIRED, Carrier=carrier)
+        self.set(Speed=1000 if carrier else 0, InterfaceFlags=LINK_UP if carrier else LINK_DOWN)
+        if not self.managed:
+            return
+        if not carrier:
+            if self.active:
+                self.run(self._give_up(), self.daemon.options["carrier_ms"])
+            else:
+                self.become_unavailable(CARRIER)
+        elif self.state == UNAVAILABLE:
+            self.become_ready(CARRIER)
+
+    def _give_up(self):
+        if not self.carrier:
+            self.become_unavailable(CARRIER)
+        return
+        yield
+
+
+class BridgeDevice(Device):
+    properties = {BRIDGE: {"HwAddress": "s", "Carrier": "b", "Slaves": "ao"}}
+    kind = "bridge"
+    type_number = 13
+    driver = "bridge"
+    metric = 425
+    profile_types = ("bridge",)
+
+    def __init__(self, daemon, interface, mac, address=""):
+        super().__init__(daemon, interface, mac, address)
+        self.managed = False  # a bridge that NetworkManager did not make
+
+    def initial(self):
+        super().initial()
+        self.init(BRIDGE, HwAddress=self.mac, Carrier=False, Slaves=[])
+
+
+class GenericDevice(Device):
+    properties = {GENERIC: {"HwAddress": "s", "TypeDescription": "s"}}
+    kind = "generic"
+    type_number = 14
+    profile_types = ("generic",)
+
+    def __init__(self, daemon, interface, mac, address=""):
+        super().__init__(daemon, interface, mac, address)
+        self.managed = False
+
+    def initial(self):
+        super().initial()
+        self.init(GENERIC, HwAddress=self.mac, TypeDescription="sim")
+
+
+class LoopbackDevice(Device):
+    properties = {LOOPBACK: {}}
+    kind = "loopback"
+    type_number = 32
+    driver = "unknown"
+    profile_types = ("loopback",)
+
+    def initial(self):
+        super().initial()
+        self.init(Mtu=65536)
+
+    def become_ready(self, reason):
+        super().become_ready(reason)
+        for profile in self.daemon.profiles:
+            if not self.obstacle(profile):
+                nm_activation.activate(self, profile, "/")
+                break
+
+
+class ModemDevice(Device):
+    """NetworkManager's view of a modem; the radio itself is ModemManager's (mm.py)."""
+
+    properties = {MODEM: {"ModemCapabilities": "u", "CurrentCapabilities": "u", "DeviceId": "s", "OperatorCode": "s",
+                          "Apn": "s"}}
+    kind = "modem"
+    type_number = 8
+    metric = 700
+    profile_types = ("gsm", "cdma")
+
+    def __init__(self, daemon, modem, address=""):
+        super().__init__(daemon, modem.control_port, "", address)
+        self.modem = modem
+
+    def initial(self):
+        super().initial()
+        self.init(Udi=self.modem.path, Driver="option1, qmi_wwan", ModemCapabilities=12, CurrentCapabilities=12,
+                  DeviceId=self.modem.device_identifier[:16], OperatorCode=self.modem.operator_code, Apn="",
+                  InterfaceFlags=0)
+
+    @property
+    def ip_interface(self):
+        return self.modem.data_interface
+
+    def link_states(self, _active):
+        return (NEED_AUTH, PREPARE, CONFIG)
+
+    def link_up(self, active):
+        self.set(Apn=str(active.profile.group("gsm").get("apn", "")))
+        return self.modem.connect_data()
+
+    def link_down(self):
+        self.modem.disconnect_data()

@@ -1,0 +1,227 @@
+"""Stored profiles: the settings service and one object per profile."""
+import dbus
+
+from . import nm_profile
+from .bus import BusObject, DBusError, method, typed
+
+SETTINGS = "org.freedesktop.NetworkManager.Settings"
+CONNECTION = "org.freedesktop.NetworkManager.Settings.Connection"
+BASE = "/org/freedesktop/NetworkManager"
+NO_SECRETS = "org.freedesktop.NetworkManager.AgentManager.NoSecrets"
+
+FLAG_UNSAVED, FLAG_GENERATED, FLAG_VOLATILE, FLAG_EXTERNAL = 1, 2, 4, 8
+UPDATE2_IN_MEMORY = 0x2 | 0x4 | 0x8
+ADD2_BLOCK_AUTOCONNECT = 0x20
+
+
+class Profile(BusObject):
+    """One profile. `connection` is libnm's object and holds the secrets as well."""
+
+    properties = {CONNECTION: {"Unsaved": "b", "Flags": "u", "Filename": "s"}}
+    signals = {CONNECTION: {"Updated": "", "Removed": ""}}
+
+    def __init__(self, daemon, connection, flags=0):
+        super().__init__("")
+        self.daemon = daemon
+        self.connection = connection
+        self.flags = flags
+        self.timestamp = 0  # seconds since the epoch of the last successful activation
+        self.autoconnect_blocked = False  # after a failure or a deactivation by a client
+
+    @property
+    def name(self):
+        return self.connection.get_id()
+
+    @property
+    def uuid(self):
+        return self.connection.get_uuid()
+
+    @property
+    def kind(self):
+        return self.connection.get_connection_type()
+
+    @property
+    def interface(self):
+        """The interface name it is bound to, or None."""
+        return self.connection.get_interface_name()
+
+    @property
+    def volatile(self):
+        return bool(self.flags & FLAG_VOLATILE)
+
+    def group(self, name):
+        """One group of the settings without secrets, as a map; {} if the profile has no such group."""
+        return nm_profile.settings_map(self.connection).get(name, {})
+
+    def ssid_fits(self, ssids):
+        """Whether a wifi profile could work where these SSIDs are in range."""
+        wireless = self.group("802-11-wireless")
+        return bytes(bytearray(wireless.get("ssid", b""))) in ssids or bool(wireless.get("hidden"))
+
+    def secret(self, group, key):
+        return nm_profile.secrets_map(self.connection).get(group, {}).get(key)
+
+    def appear(self):
+        """Exports the profile under a new path."""
+        self.path = self.daemon.new_path("Settings")
+        self._publish_flags()
+        self.daemon.bus.export(self)
+        self.daemon.settings.emit(SETTINGS, "NewConnection", "o", self.path)
+        self.daemon.settings.refresh()
+
+    def _publish_flags(self):
+        where = "/run" if self.flags & FLAG_UNSAVED else "/etc"
+        self.set(Unsaved=bool(self.flags & FLAG_UNSAVED), Flags=self.flags,
+                 Filename=f"{where}/NetworkManager/system-connections/{self.name}.nmconnection")
+
+    def replace(self, settings, unsaved=False, validate=True):
+        """Puts a new settings map in the place of the old one; raises DBusError if it is refused."""
+        new = nm_profile.parse(settings, self.daemon.options["validate"] and validate)
+        if new.get_uuid() != self.uuid:
+            raise DBusError(nm_profile.CONNECTION_ERROR + "Failed",
+                            "The new connection settings require the UUID to remain unchanged")
+        nm_profile.keep_secrets(self.connection, new)
+        self.connection = new
+        self.flags = self.flags | FLAG_UNSAVED if unsaved else self.flags & ~FLAG_UNSAVED
+        self.autoconnect_blocked = False
+        self._publish_flags()
+        self.emit(CONNECTION, "Updated")
+        self.daemon.refresh_available()
+
+    def remove(self):
+        """Deletes the profile; a device that uses it is disconnected."""
+        daemon = self.daemon
+        daemon.profiles.remove(self)
+        daemon.settings.refresh()
+        self.emit(CONNECTION, "Removed")
+        daemon.settings.emit(SETTINGS, "ConnectionRemoved", "o", self.path)
+        if daemon.bus:
+            for device in daemon.devices:
+                device.profile_removed(self)
+            daemon.bus.unexport(self)
+            daemon.refresh_available()
+
+    # D-Bus
+
+    @method(CONNECTION, "", "a{sa{sv}}")
+    def GetSettings(self):
+        settings = nm_profile.settings_map(self.connection)
+        settings["connection"].pop("timestamp", None)
+        if self.timestamp:
+            settings["connection"]["timestamp"] = typed("t", self.timestamp)
+        return settings
+
+    @method(CONNECTION, "s", "a{sa{sv}}")
+    def GetSecrets(self, group):
+        groups = nm_profile.settings_map(self.connection)
+        if group not in groups:
+            raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound", f"No setting '{group}' in connection")
+        secrets = nm_profile.secrets_map(self.connection)
+        if group not in secrets:
+            raise DBusError(NO_SECRETS, "No agents were available for this request.")
+        empty = dbus.Dictionary({}, signature="sv")
+        return {g: secrets[g] if g == group else empty for g in groups}
+
+    @method(CONNECTION, "a{sa{sv}}")
+    def Update(self, settings):
+        self.replace(settings)
+
+    @method(CONNECTION, "a{sa{sv}}")
+    def UpdateUnsaved(self, settings):
+        self.replace(settings, unsaved=True)
+
+    @method(CONNECTION, "a{sa{sv}}ua{sv}", "a{sv}")
+    def Update2(self, settings, flags, _args):
+        if settings:
+            self.replace(settings, unsaved=bool(flags & UPDATE2_IN_MEMORY))
+        return {}
+
+    @method(CONNECTION)
+    def ClearSecrets(self):
+        self.connection.clear_secrets()
+        self.emit(CONNECTION, "Updated")
+
+    @method(CONNECTION)
+    def Save(self):
+        self.flags &= ~FLAG_UNSAVED
+        self._publish_flags()
+
+    @method(CONNECTION)
+    def Delete(self):
+        self.remove()
+
+
+class Settings(BusObject):
+    """The settings service: the list of profiles and the host name."""
+
+    properties = {SETTINGS: {"Connections": "ao", "Hostname": "s", "CanModify": "b"}}
+    signals = {SETTINGS: {"NewConnection": "o", "ConnectionRemoved": "o"}}
+
+    def __init__(self, daemon):
+        super().__init__(BASE + "/Settings")
+        self.daemon = daemon
+
+    def reset(self):
+        self.init(Connections=[], Hostname=self.daemon.world.hostname, CanModify=True)
+
+    def refresh(self):
+        if self.daemon.bus:
+            self.set(Connections=[p.path for p in self.daemon.profiles if p.bus])
+
+    def new(self, settings, flags=0, validate=True):
+        """Checks a settings map and makes a profile of it, not stored yet; raises DBusError if it is refused."""
+        connection = nm_profile.parse(settings, self.daemon.options["validate"] and validate)
+        if any(p.uuid == connection.get_uuid() for p in self.daemon.profiles):
+            raise DBusError(SETTINGS + ".UuidExists", "A connection with this UUID already exists.")
+        return Profile(self.daemon, connection, flags)
+
+    def store(self, profile):
+        """Puts a new profile into the list and announces it."""
+        self.daemon.profiles.append(profile)
+        if self.daemon.bus:
+            profile.appear()
+            self.daemon.refresh_available()
+        return profile
+
+    def add(self, settings, flags=0, validate=True):
+        return self.store(self.new(settings, flags, validate))
+
+    # D-Bus
+
+    @method(SETTINGS, "", "ao")
+    def ListConnections(self):
+        return self.get("Connections")
+
+    @method(SETTINGS, "s", "o")
+    def GetConnectionByUuid(self, uuid):
+        for profile in self.daemon.profiles:
+            if profile.uuid == uuid:
+                return profile.path
+        raise DBusError(SETTINGS + ".InvalidConnection", "No connection with the UUID was found.")
+
+    @method(SETTINGS, "a{sa{sv}}", "o")
+    def AddConnection(self, settings):
+        return self.add(settings).path
+
+    @method(SETTINGS, "a{sa{sv}}", "o")
+    def AddConnectionUnsaved(self, settings):
+        return self.add(settings, FLAG_UNSAVED).path
+
+    @method(SETTINGS, "a{sa{sv}}ua{sv}", "oa{sv}")
+    def AddConnection2(self, settings, flags, _args):
+        profile = self.new(settings, FLAG_UNSAVED if flags & UPDATE2_IN_MEMORY else 0)
+        profile.autoconnect_blocked = bool(flags & ADD2_BLOCK_AUTOCONNECT)
+        self.store(profile)
+        return profile.path, {}
+
+    @method(SETTINGS, "as", "bas")
+    def LoadConnections(self, _files):
+        return True, []
+
+    @method(SETTINGS, "", "b")
+    def ReloadConnections(self):
+        return True
+
+    @method(SETTINGS, "s")
+    def SaveHostname(self, hostname):
+        self.daemon.world.set_hostname(hostname)

@@ -1,0 +1,65 @@
+#!/usr/bin/python3
+"""A private message bus with an open policy and the limits of the system bus.
+
+    python3 -m sim.private_bus COMMAND [ARG...]    runs COMMAND with DBUS_SYSTEM_BUS_ADDRESS set to such a bus
+"""
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+# Only the session bus's configuration file raises the limits; the built-in ones are those of the system bus
+# (512 match rules per connection, among others), and a service for the system bus has to live with them.
+CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path={socket}</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_type="method_call"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+  </policy>
+  {limits}
+</busconfig>
+"""
+
+
+class PrivateBus:
+    """Starts a dbus-daemon in a folder of its own; `address` is its address. Use as a context manager or stop()."""
+
+    def __init__(self, limits=None):
+        """limits: dbus-daemon limits to change, such as {"max_match_rules_per_connection": 50000}"""
+        self._folder = tempfile.TemporaryDirectory(prefix="lanvoy-bus-")
+        folder = pathlib.Path(self._folder.name)
+        socket = folder / "socket"
+        config = folder / "bus.conf"
+        config.write_text(CONFIG.format(socket=socket, limits="".join(
+            f'<limit name="{n}">{v}</limit>' for n, v in (limits or {}).items())))
+        self.process = subprocess.Popen(
+            ["dbus-daemon", f"--config-file={config}", "--nofork", "--nopidfile", "--print-address"],
+            stdout=subprocess.PIPE, stderr=(folder / "log").open("w"), text=True)
+        if not self.process.stdout.readline():
+            raise RuntimeError("dbus-daemon did not start: " + (folder / "log").read_text())
+        self.address = f"unix:path={socket}"
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait()
+        self._folder.cleanup()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+
+
+if __name__ == "__main__":
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    with PrivateBus() as bus:
+        sys.exit(subprocess.call(sys.argv[1:], env=dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=bus.address)))
