@@ -27,15 +27,15 @@ def color(code, text):
     return f"\033[{code}m{text}\033[0m" if sys.stdout.isatty() else text
 
 
-def layout(value, indent=0):
+def layout(value, indent=0, used=0):
     """JSON with everything that fits on one line on one line: lists of many access points stay readable."""
     line = json.dumps(value, ensure_ascii=False)
-    if len(line) + indent <= WIDTH or not isinstance(value, (dict, list)) or not value:
+    if indent + used + len(line) <= WIDTH or not isinstance(value, (dict, list)) or not value:
         return line
     pad = "\n" + " " * (indent + 2)
     if isinstance(value, list):
         return "[" + ",".join(pad + layout(v, indent + 2) for v in value) + pad[:-2] + "]"
-    members = (f"{json.dumps(k)}: {layout(v, indent + 2 + len(k) + 4)}" for k, v in value.items())
+    members = (f"{json.dumps(k)}: {layout(v, indent + 2, len(k) + 4)}" for k, v in value.items())
     return "{" + ",".join(pad + member for member in members) + pad[:-2] + "}"
 
 

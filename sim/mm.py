@@ -13,6 +13,7 @@ BEARER = NAME + ".Bearer"
 
 STATE_LOCKED, STATE_REGISTERED, STATE_CONNECTED = 2, 8, 11
 CAPABILITY_CDMA, CAPABILITY_GSM_UMTS, CAPABILITY_LTE = 1 << 1, 1 << 2, 1 << 3
+METHOD_DHCP = 3  # MM_BEARER_IP_METHOD_DHCP
 CORE_ERROR = NAME + ".Error.Core."
 
 # bits of MMModemAccessTechnology
@@ -50,6 +51,11 @@ class Bearer(BusObject):
         self.init(Interface="", Connected=False, ConnectionError=("", ""), Suspended=False, Multiplexed=False,
                   Ip4Config={}, Ip6Config={}, Stats={}, ReloadStatsSupported=False, IpTimeout=20, BearerType=1,
                   ProfileId=-1, Properties={"apn": typed("s", "internet")})
+        self.init(Ip4Config=self.ip_config(0), Ip6Config=self.ip_config(0))
+
+    @staticmethod
+    def ip_config(ip_method):
+        return {"method": typed("u", ip_method)}
 
     @method(BEARER)
     def Connect(self):
@@ -171,14 +177,14 @@ class Modem(BusObject):
                 self.bearer = Bearer(self.service.new_path("Bearer"), self)
                 self.service.bus.export(self.bearer)
                 self.set(Bearers=[self.bearer.path])
-            self.bearer.set(Interface=self.data_interface, Connected=True)
+            self.bearer.set(Interface=self.data_interface, Connected=True, Ip4Config=Bearer.ip_config(METHOD_DHCP))
         self.change_state(STATE_CONNECTED)
         return 0
 
     def disconnect_data(self):
         if self.bus:
             if self.bearer:
-                self.bearer.set(Interface="", Connected=False)
+                self.bearer.set(Interface="", Connected=False, Ip4Config=Bearer.ip_config(0))
             self.change_state(STATE_REGISTERED)
 
     def set_data_interface(self, name):

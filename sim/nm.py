@@ -6,10 +6,18 @@ numbers everything anew from 1, as the daemon does.
 from .bus import Bus
 from .nm_devices import Device
 from .nm_manager import AgentManager, DnsManager, Manager
-from .nm_settings import Profile, Settings
+from .nm_profile import from_plain, parse
+from .nm_settings import FLAG_EXTERNAL, FLAG_GENERATED, FLAG_UNSAVED, FLAG_VOLATILE, Profile, Settings
 
 NAME = "org.freedesktop.NetworkManager"
 BASE = "/org/freedesktop/NetworkManager"
+
+# NetworkManager 1.42 makes this profile at each start and shows it active on the loopback device.
+LOOPBACK_PROFILE = {
+    "connection": {"id": "lo", "uuid": "00000000-0000-4000-8000-00000000000f", "type": "loopback",
+                   "interface-name": "lo", "autoconnect": False},
+    "loopback": {}, "ipv4": {"method": "manual", "address-data": [{"address": "127.0.0.1", "prefix": 8}]}}
+FLAGS_OF_LOOPBACK = FLAG_UNSAVED | FLAG_GENERATED | FLAG_VOLATILE | FLAG_EXTERNAL
 
 
 class NetworkManager:
@@ -41,6 +49,7 @@ class NetworkManager:
         self.manager.reset()
         self.settings.reset()
         self.bus.export(AgentManager(), self.settings, DnsManager(), self.manager)
+        self.profiles.insert(0, Profile(self, parse(from_plain(LOOPBACK_PROFILE)), FLAGS_OF_LOOPBACK))
         for profile in self.profiles:
             profile.appear()
         for device in list(self.devices):

@@ -4,10 +4,13 @@ import time
 
 from . import nm_states as dev
 from .nm_active import (ACTIVATED, ACTIVATING, DEACTIVATED, DEACTIVATING, REASON_DEVICE_DISCONNECTED,
-                        REASON_NO_SECRETS, ActiveConnection, Dhcp4Config)
+                        ActiveConnection, Dhcp4Config)
 
 
-def follow_device(active, device_state, reason):
+LAYER2_READY, IP4_READY = 4, 8  # NMActivationStateFlags
+
+
+def follow_device(active, device_state):
     """Gives an active connection the state that its device's state means."""
     if dev.PREPARE <= device_state < dev.ACTIVATED:
         active.change_state(ACTIVATING)
@@ -16,8 +19,7 @@ def follow_device(active, device_state, reason):
     elif device_state == dev.DEACTIVATING:
         active.change_state(DEACTIVATING)
     else:
-        why = REASON_NO_SECRETS if reason == dev.NO_SECRETS else REASON_DEVICE_DISCONNECTED
-        active.change_state(DEACTIVATED, why)
+        active.change_state(DEACTIVATED, REASON_DEVICE_DISCONNECTED)
 
 
 def activate(device, profile, specific_object):
@@ -56,33 +58,33 @@ def _leave(device, reason):
 def drop(device, state, reason):
     """Takes the connection off the device at once and puts the device into `state`."""
     daemon = device.daemon
-    active, device.active = device.active, None
-    pending = [a for a in daemon.manager.actives if a.device is device and a is not active]
+    active = device.active
     device.link_down()
+    device.active = None
     if active:
         active.set(Default=False)
     device.set(ActiveConnection="/")
     if device.state != state:
         device.change_state(state, reason)
-    for old in [active] if active else []:
-        follow_device(old, state, reason)
-        daemon.manager.refresh_state()
-        old.set(Devices=[])
-    device.set(IpInterface="", Dhcp4Config="/")
-    daemon.manager.refresh_primary()
-    device.ip4.clear()
     if active:
-        daemon.bus.unexport(active)
-        daemon.manager.remove_active(active)
-        if device.dhcp4:
-            daemon.bus.unexport(device.dhcp4)
-            device.dhcp4 = None
-    if state <= dev.UNAVAILABLE:  # an activation that had not begun yet ends here too
-        for other in pending:
-            other.change_state(DEACTIVATED, REASON_DEVICE_DISCONNECTED)
-            daemon.bus.unexport(other)
-            daemon.manager.remove_active(other)
+        follow_device(active, state)
+        daemon.manager.refresh_state()
+        active.set(Devices=[])
+    daemon.manager.refresh_primary()
+    device.set(IpInterface="", Dhcp4Config="/")
+    if device.ip4:
+        device.ip4.clear()
     daemon.manager.refresh_connectivity()
+    ended = [active] if active else []
+    if state <= dev.UNAVAILABLE:  # an activation that has not begun yet ends here too
+        ended += [a for a in daemon.manager.actives if a.device is device and a is not active]
+    for item in ended:
+        item.change_state(DEACTIVATED, REASON_DEVICE_DISCONNECTED)
+        daemon.bus.unexport(item)
+        daemon.manager.remove_active(item)
+    if device.dhcp4:
+        daemon.bus.unexport(device.dhcp4)
+        device.dhcp4 = None
 
 
 def _walk(device, active, in_use):
@@ -94,17 +96,16 @@ def _walk(device, active, in_use):
     device.active = active
     device.set(ActiveConnection=active.path, Autoconnect=True)
     device.change_state(dev.PREPARE)
-    for state in device.link_states(active):
-        yield step_ms
-        device.change_state(state)
     yield step_ms
-    reason = device.link_up(active)
+    reason = yield from device.bring_up(active)
     if reason:
         yield from _fail(device, active, reason)
         return
+    active.set(StateFlags=LAYER2_READY)
     device.change_state(dev.IP_CONFIG)
     yield daemon.options["dhcp_ms"] if _method(active) == "auto" else step_ms
     _configure_ip(device, active)
+    active.set(StateFlags=LAYER2_READY | IP4_READY)
     daemon.manager.refresh_primary()
     for state in (dev.IP_CHECK, dev.SECONDARIES, dev.ACTIVATED):
         device.change_state(state)

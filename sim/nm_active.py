@@ -9,7 +9,7 @@ IP4CONFIG = "org.freedesktop.NetworkManager.IP4Config"
 DHCP4CONFIG = "org.freedesktop.NetworkManager.DHCP4Config"
 
 ACTIVATING, ACTIVATED, DEACTIVATING, DEACTIVATED = 1, 2, 3, 4
-REASON_DEVICE_DISCONNECTED, REASON_NO_SECRETS = 3, 9
+REASON_DEVICE_DISCONNECTED = 3
 
 
 def address_number(text):
@@ -62,10 +62,6 @@ class Ip4Config(BusObject):
 
     def clear(self):
         self.set(**ip4_values([], "", []))
-
-    @property
-    def empty(self):
-        return not self.get("AddressData")
 
 
 def ip4_values(addresses, gateway, nameservers, metric=0):

@@ -2,8 +2,8 @@
 from . import nm_activation
 from .bus import BusObject, DBusError, method
 from .nm_active import Ip4Config
-from .nm_states import (CARRIER, CONFIG, CONNECTION_ASSUMED, CONNECTION_REMOVED, DISCONNECTED, NEED_AUTH, NONE,
-                        NOW_MANAGED, NOW_UNMANAGED, PREPARE, UNAVAILABLE, UNMANAGED, USER_REQUESTED)
+from .nm_states import (CARRIER, CONFIG, CONNECTION_ASSUMED, CONNECTION_REMOVED, DISCONNECTED, NONE,
+                        NOW_MANAGED, NOW_UNMANAGED, REMOVED, UNAVAILABLE, UNMANAGED, USER_REQUESTED)
 from .script import Script
 
 DEVICE = "org.freedesktop.NetworkManager.Device"
@@ -39,6 +39,9 @@ class Device(BusObject):
     driver = "sim"
     metric = 100  # route metric: the lowest active one is the primary connection
     profile_types = ()  # connection types it can use
+    capabilities = 1  # NM_DEVICE_CAP_*: supported, with carrier detection (2), software (4)
+    own_ip_config = True  # has an Ip4Config object while not connected
+    removed_reason = NOW_UNMANAGED
 
     def __init__(self, daemon, interface, mac, address=""):
         """`address` is what the DHCP server gives, in CIDR form; the gateway and name server are host 1 there."""
@@ -76,16 +79,11 @@ class Device(BusObject):
     def complete(self, settings, specific_object):
         """Fills gaps of a new profile for AddAndActivateConnection; raises DBusError."""
 
-    def specific_object(self, profile, wanted):
-        """The object path an activation goes with, such as an access point; raises DBusError."""
-        return "/"
-
-    def link_states(self, _active):
-        """The states between 40 and 70."""
-        return (CONFIG,)
-
-    def link_up(self, active):
-        """Brings the link up; returns 0, or the reason of the failure."""
+    def bring_up(self, _active):
+        """Brings the link up, from state 40 to just before 70; a generator of waits that returns 0 or the reason of
+        the failure."""
+        self.change_state(CONFIG)
+        yield self.daemon.options["step_ms"]
         return NONE
 
     def link_down(self):
@@ -105,20 +103,23 @@ class Device(BusObject):
         """Property values of a device just found, for the kind to extend."""
         self.init(
             Udi=f"/sys/devices/platform/sim/net/{self.interface}", Path=f"platform-sim-{self.interface}",
-            Interface=self.interface, IpInterface="", Driver=self.driver, DriverVersion="6.1", FirmwareVersion="",
-            Capabilities=7, Ip4Address=0, State=UNMANAGED, StateReason=(UNMANAGED, NONE), ActiveConnection="/",
-            Ip4Config=self.ip4.path, Dhcp4Config="/", Ip6Config="/", Dhcp6Config="/", Managed=False, Autoconnect=True,
+            Interface=self.interface, IpInterface=self.interface, Driver=self.driver, DriverVersion="6.1", FirmwareVersion="",
+            Capabilities=self.capabilities, Ip4Address=0, State=UNMANAGED, StateReason=(UNMANAGED, NONE), ActiveConnection="/",
+            Ip4Config=self.ip4.path if self.ip4 else "/", Dhcp4Config="/", Ip6Config="/", Dhcp6Config="/", Managed=False, Autoconnect=True,
             FirmwareMissing=False, NmPluginMissing=False, DeviceType=self.type_number, AvailableConnections=[],
             PhysicalPortId="", Mtu=1500, Metered=0, LldpNeighbors=[], Real=True, Ip4Connectivity=0,
             Ip6Connectivity=0, InterfaceFlags=LINK_UP, RefreshRateMs=0, TxBytes=0, RxBytes=0, Ports=[])
         self.init(DEVICE, HwAddress=self.mac)
+        self.active = self.dhcp4 = None
 
     def appear(self):
         """Exports the device under a new path and takes it into management, in the daemon's order of signals."""
         self.path = self.daemon.new_path("Devices")
-        self.ip4 = Ip4Config(self.daemon)
+        if self.own_ip_config:
+            self.ip4 = Ip4Config(self.daemon)
+            self.daemon.bus.export(self.ip4)
         self.initial()
-        self.daemon.bus.export(self.ip4, self)
+        self.daemon.bus.export(self)
         self.daemon.manager.device_added(self)
         if self.managed:
             self.manage(NOW_MANAGED)
@@ -127,13 +128,14 @@ class Device(BusObject):
         self.switch_off()
         bus = self.daemon.bus
         manager = self.daemon.manager
-        self.set(DEVICE, HwAddress="", Real=False, Ip4Config="/")
+        self.set(DEVICE, HwAddress="", Real=False)
         manager.device_removed(self)
-        nm_activation.drop(self, UNMANAGED, NOW_UNMANAGED)
+        nm_activation.drop(self, UNMANAGED, self.removed_reason)
         self.set(Managed=False)
+        bus.unexport(self)
         manager.refresh_devices()
-        for item in (self, self.ip4):
-            bus.unexport(item)
+        if self.ip4:
+            bus.unexport(self.ip4)
 
     def switch_off(self):
         """Stops whatever is under way, without signals."""
@@ -193,7 +195,7 @@ class Device(BusObject):
         self.emit(DEVICE, "StateChanged", "uuu", state, old, reason)
         self.daemon.manager.touch("ActiveConnections")
         if self.active:
-            nm_activation.follow_device(self.active, state, reason)
+            nm_activation.follow_device(self.active, state)
         self.daemon.manager.refresh_state()
 
     def run(self, steps, first_wait_ms=0):
@@ -254,6 +256,7 @@ class WiredDevice(Device):
     kind = "wired"
     type_number = 1
     driver = "e1000"
+    capabilities = 3
     profile_types = ("802-3-ethernet",)
 
     def __init__(self, daemon, interface, mac, address="", carrier=True):
@@ -303,6 +306,7 @@ class BridgeDevice(Device):
     kind = "bridge"
     type_number = 13
     driver = "bridge"
+    capabilities = 7
     metric = 425
     profile_types = ("bridge",)
 
@@ -335,6 +339,7 @@ class LoopbackDevice(Device):
     kind = "loopback"
     type_number = 32
     driver = "unknown"
+    capabilities = 5
     profile_types = ("loopback",)
 
     def initial(self):
@@ -358,6 +363,8 @@ class ModemDevice(Device):
     type_number = 8
     metric = 700
     profile_types = ("gsm", "cdma")
+    own_ip_config = False
+    removed_reason = REMOVED
 
     def __init__(self, daemon, modem, address=""):
         super().__init__(daemon, modem.control_port, "", address)
@@ -366,19 +373,33 @@ class ModemDevice(Device):
     def initial(self):
         super().initial()
         self.init(Udi=self.modem.path, Driver="option1, qmi_wwan", ModemCapabilities=12, CurrentCapabilities=12,
-                  DeviceId=self.modem.device_identifier[:16], OperatorCode=self.modem.operator_code, Apn="",
-                  InterfaceFlags=0)
+                  DeviceId=self.modem.device_identifier, OperatorCode=self.modem.operator_code, Apn="",
+                  InterfaceFlags=0, IpInterface="", Path="", Mtu=0)
 
     @property
     def ip_interface(self):
         return self.modem.data_interface
 
-    def link_states(self, _active):
-        return (NEED_AUTH, PREPARE, CONFIG)
-
-    def link_up(self, active):
+    def bring_up(self, active):
+        step_ms = self.daemon.options["step_ms"]
         self.set(Apn=str(active.profile.group("gsm").get("apn", "")))
-        return self.modem.connect_data()
+        yield step_ms
+        reason = self.modem.connect_data()
+        if reason:
+            return reason
+        self.change_state(CONFIG)
+        yield step_ms
+        self.ip4 = Ip4Config(self.daemon)
+        self.daemon.bus.export(self.ip4)
+        self.set(Ip4Config=self.ip4.path)
+        return NONE
 
     def link_down(self):
         self.modem.disconnect_data()
+        self.set(Apn="")
+        if self.ip4:  # it belongs to the data interface, which exists while connected only
+            self.set(IpInterface="", Ip4Config="/")
+            if self.active:
+                self.active.set(Ip4Config="/")
+            self.daemon.bus.unexport(self.ip4)
+            self.ip4 = None

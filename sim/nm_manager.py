@@ -166,7 +166,7 @@ class Manager(BusObject):
         best = max(fitting, key=lambda p: (p.group("connection").get("autoconnect-priority", 0), p.timestamp),
                    default=None)
         if best:
-            nm_activation.activate(device, best, device.specific_object(best, "/"))
+            nm_activation.activate(device, best, "/")
 
     # D-Bus: activation
 
@@ -180,7 +180,7 @@ class Manager(BusObject):
             raise DBusError(MANAGER + ".UnknownConnection", "Connection could not be found.")
         device = self._device_for(profile, device_path)
         self._require_fit(profile, device)
-        return nm_activation.activate(device, profile, device.specific_object(profile, specific_object)).path
+        return nm_activation.activate(device, profile, specific_object).path
 
     @staticmethod
     def _require_fit(profile, device):
@@ -225,7 +225,7 @@ class Manager(BusObject):
         profile = self.daemon.settings.new(settings)
         self._require_fit(profile, device)
         self.daemon.settings.store(profile)
-        active = nm_activation.activate(device, profile, device.specific_object(profile, specific_object))
+        active = nm_activation.activate(device, profile, specific_object)
         return profile.path, active.path
 
     @method(MANAGER, "o")

@@ -23,10 +23,14 @@ class Profile(BusObject):
     def __init__(self, daemon, connection, flags=0):
         super().__init__("")
         self.daemon = daemon
-        self.connection = connection
+        self.use(connection)
         self.flags = flags
         self.timestamp = 0  # seconds since the epoch of the last successful activation
         self.autoconnect_blocked = False  # after a failure or a deactivation by a client
+
+    def use(self, connection):
+        self.connection = connection
+        self.settings = nm_profile.settings_map(connection)  # without secrets
 
     @property
     def name(self):
@@ -51,7 +55,7 @@ class Profile(BusObject):
 
     def group(self, name):
         """One group of the settings without secrets, as a map; {} if the profile has no such group."""
-        return nm_profile.settings_map(self.connection).get(name, {})
+        return self.settings.get(name, {})
 
     def ssid_fits(self, ssids):
         """Whether a wifi profile could work where these SSIDs are in range."""
@@ -81,9 +85,8 @@ class Profile(BusObject):
             raise DBusError(nm_profile.CONNECTION_ERROR + "Failed",
                             "The new connection settings require the UUID to remain unchanged")
         nm_profile.keep_secrets(self.connection, new)
-        self.connection = new
+        self.use(new)
         self.flags = self.flags | FLAG_UNSAVED if unsaved else self.flags & ~FLAG_UNSAVED
-        self.autoconnect_blocked = False
         self._publish_flags()
         self.emit(CONNECTION, "Updated")
         self.daemon.refresh_available()
@@ -105,22 +108,21 @@ class Profile(BusObject):
 
     @method(CONNECTION, "", "a{sa{sv}}")
     def GetSettings(self):
-        settings = nm_profile.settings_map(self.connection)
-        settings["connection"].pop("timestamp", None)
+        group = self.settings["connection"]
+        group.pop("timestamp", None)
         if self.timestamp:
-            settings["connection"]["timestamp"] = typed("t", self.timestamp)
-        return settings
+            group["timestamp"] = typed("t", self.timestamp)
+        return self.settings
 
     @method(CONNECTION, "s", "a{sa{sv}}")
     def GetSecrets(self, group):
-        groups = nm_profile.settings_map(self.connection)
-        if group not in groups:
+        if group not in self.settings:
             raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound", f"No setting '{group}' in connection")
         secrets = nm_profile.secrets_map(self.connection)
         if group not in secrets:
             raise DBusError(NO_SECRETS, "No agents were available for this request.")
         empty = dbus.Dictionary({}, signature="sv")
-        return {g: secrets[g] if g == group else empty for g in groups}
+        return {g: secrets[g] if g == group else empty for g in self.settings}
 
     @method(CONNECTION, "a{sa{sv}}")
     def Update(self, settings):

@@ -74,6 +74,7 @@ class WifiDevice(Device):
         self.access_points = []  # in range
         self.unseen = []  # in range, but found by the next scan only
         self.point = None  # the one it is connected to
+        self._placeholder = None  # stands for a network that is not in range
         self._scan = None
 
     def initial(self):
@@ -126,7 +127,7 @@ class WifiDevice(Device):
             return
         for point in points:
             self.emit(WIRELESS, "AccessPointRemoved", "o", point.path)
-        if self.point and id(self.point) in gone:
+        if self.point and self.point is not self._placeholder and id(self.point) in gone:
             self._use_point(self._strongest(self.point.ssid))
             if not self.point:
                 nm_activation.fail(self, SUPPLICANT_DISCONNECT)
@@ -149,31 +150,15 @@ class WifiDevice(Device):
 
     # profiles
 
-    def link_obstacle(self, profile):
-        if not self.ready():
-            return "device is not available"
-        wireless = profile.group("802-11-wireless")
-        found = any(p.ssid == _ssid(wireless) for p in self.access_points)
-        return "" if found or wireless.get("hidden") else "no compatible access point in range"
+    def link_obstacle(self, _profile):
+        # An access point need not be in range: a client may ask for a hidden network.
+        return "" if self.ready() else "device is not available"
 
     def refresh_available(self):
-        if not self.bus:
-            return
-        in_range = {p.ssid for p in self.access_points}
-        self.set(AvailableConnections=sorted(
-            p.path for p in self.daemon.profiles
-            if p.bus and p.kind == "802-11-wireless" and p.ssid_fits(in_range) and not self.obstacle(p)))
-
-    def specific_object(self, profile, wanted):
-        if wanted != "/":
-            point = next((p for p in self.access_points if p.path == wanted), None)
-            if point is None or point.ssid != _ssid(profile.group("802-11-wireless")):
-                raise DBusError("org.freedesktop.NetworkManager.UnknownConnection",
-                                f"Connection '{profile.name}' is not available on device {self.interface} because "
-                                "no compatible access point found")
-            return wanted
-        point = self._strongest(_ssid(profile.group("802-11-wireless")))
-        return point.path if point else "/"
+        if self.bus:
+            in_range = {p.ssid for p in self.access_points}
+            self.set(AvailableConnections=sorted(
+                p.path for p in self.daemon.profiles if p.bus and not self.obstacle(p) and p.ssid_fits(in_range)))
 
     def complete(self, settings, specific_object):
         wireless = settings.get("802-11-wireless")
@@ -188,6 +173,9 @@ class WifiDevice(Device):
                 raise DBusError(DEVICE + ".SpecificObjectNotFound",
                                 f"The access point {specific_object} was not in the scan list.")
         wireless = settings.setdefault("802-11-wireless", {})
+        if specific_object != "/" and "ssid" in wireless and _ssid(wireless) != point.ssid:
+            raise DBusError(nm_profile.CONNECTION_ERROR + "InvalidProperty",
+                            "802-11-wireless.ssid: connection does not match access point")
         if point is None:
             wireless["hidden"] = typed("b", True)
             return
@@ -206,24 +194,48 @@ class WifiDevice(Device):
 
     # connecting
 
-    def link_states(self, active):
-        return (CONFIG, NEED_AUTH, PREPARE, CONFIG) if active.profile.group(SECURITY_GROUP) else (CONFIG,)
-
-    def link_up(self, active):
-        path = active.get("SpecificObject")
-        point = next((p for p in self.access_points if p.path == path), None) or \
-            self._strongest(_ssid(active.profile.group("802-11-wireless")))
-        if point is None:
-            return SSID_NOT_FOUND
-        if point.secured and point.key is not None:
-            key = active.profile.secret(SECURITY_GROUP, "psk") or active.profile.secret(SECURITY_GROUP, "wep-key0")
-            if key != point.key:
-                return NO_SECRETS
-        active.set(SpecificObject=point.path)
+    def bring_up(self, active):
+        step_ms = self.daemon.options["step_ms"]
+        profile = active.profile
+        point = self._point_for(active)
         self._use_point(point)
+        self.change_state(CONFIG)
+        if profile.group(SECURITY_GROUP):
+            yield step_ms
+            self.change_state(NEED_AUTH)
+            yield step_ms
+            if not _key(profile):
+                return NO_SECRETS
+            self.change_state(PREPARE)
+            yield step_ms
+            self.change_state(CONFIG)
+        yield step_ms
+        if point is self._placeholder:
+            yield self.daemon.options["search_ms"]
+            return SSID_NOT_FOUND
+        if point.secured and point.key is not None and _key(profile) != point.key:
+            self.change_state(NEED_AUTH, SUPPLICANT_DISCONNECT)
+            yield step_ms
+            return NO_SECRETS
         return NONE
 
+    def _point_for(self, active):
+        """The access point to use. When there is none the daemon makes one up, and looks for it in vain."""
+        wireless = active.profile.group("802-11-wireless")
+        wanted = active.get("SpecificObject")
+        point = next((p for p in self.access_points if p.path == wanted and p.ssid == _ssid(wireless)), None) or \
+            self._strongest(_ssid(wireless))
+        if point is None:
+            security = "wpa2" if wireless.get("security") else "none"
+            point = self._placeholder = AccessPoint(_ssid(wireless), security, strength=0, frequency=0, bitrate=0)
+            self.add_points([point])
+        active.set(SpecificObject=point.path)
+        return point
+
     def link_down(self):
+        point, self._placeholder = self._placeholder, None
+        if point in self.access_points:
+            self.remove_points([point])
         self._use_point(None)
 
     def radio_changed(self):
@@ -258,6 +270,10 @@ class WifiDevice(Device):
     @method(WIRELESS, "", "ao")
     def GetAllAccessPoints(self):
         return self.get("AccessPoints")
+
+
+def _key(profile):
+    return profile.secret(SECURITY_GROUP, "psk") or profile.secret(SECURITY_GROUP, "wep-key0")
 
 
 def _ssid(wireless):

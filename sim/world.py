@@ -3,8 +3,6 @@ from .calls import Calls
 from .mm import Modem, ModemManager
 from .nm import NetworkManager
 from .nm_devices import BridgeDevice, GenericDevice, LoopbackDevice, ModemDevice, WiredDevice
-from .nm_profile import from_plain
-from .nm_settings import FLAG_EXTERNAL, FLAG_GENERATED, FLAG_UNSAVED, FLAG_VOLATILE
 from .nm_wifi import AccessPoint, WifiDevice
 
 DEFAULT_OPTIONS = {
@@ -12,6 +10,7 @@ DEFAULT_OPTIONS = {
     "dhcp_ms": 15,  # until a lease comes
     "carrier_ms": 100,  # how long a device without cable stays connected
     "scan_ms": 60,  # a wifi scan
+    "search_ms": 500,  # how long a wifi network that is not in range is searched
     "autoconnect": True,  # profiles with autoconnect connect by themselves
     "validate": True,  # strict D-Bus types in settings maps
 }
@@ -67,7 +66,7 @@ class World:
     def build(self, empty=False):
         """Puts the default hardware together; to be called before start()."""
         self.nm.options = self.options
-        self.add_loopback()
+        self.nm.add_device(LoopbackDevice(self.nm, "lo", "00:00:00:00:00:00"))
         if empty:
             return
         self.add("wired", interface="eth0", address="192.0.2.17/24")
@@ -75,15 +74,6 @@ class World:
         wifi.access_points = [AccessPoint(**ap) for ap in DEFAULT_ACCESS_POINTS]
         self.add("modem")
         self.add("bridge", interface="br0")
-
-    def add_loopback(self):
-        """The loopback device with its profile, as NetworkManager 1.42 shows them."""
-        self.nm.add_device(LoopbackDevice(self.nm, "lo", "00:00:00:00:00:00"))
-        self.nm.settings.add(from_plain({
-            "connection": {"id": "lo", "uuid": "00000000-0000-4000-8000-00000000000f", "type": "loopback",
-                           "interface-name": "lo", "autoconnect": False},
-            "loopback": {}, "ipv4": {"method": "manual", "address-data": [{"address": "127.0.0.1", "prefix": 8}]}}),
-            FLAG_UNSAVED | FLAG_GENERATED | FLAG_VOLATILE | FLAG_EXTERNAL)
 
     def add(self, kind, **options):
         """Adds a device: wired, wifi, bridge, generic (interface, mac, address) or modem (options of mm.Modem)."""
