@@ -1,0 +1,48 @@
+# Shared by the scripts of this folder: where things are, what has to be installed, how to build.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libkf5networkmanagerqt-dev modemmanager-qt-dev
+    libmosquitto-dev)
+# The simulated gateway, the broker and what looks at its messages.
+run_packages=(dbus mosquitto python3 python3-dbus python3-gi python3-paho-mqtt)
+test_packages=(clang-format python3-pytest python3-pytest-timeout python3-jsonschema network-manager iproute2)
+
+say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
+
+as_root() {
+    if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+# Installs those of the given packages that are missing.
+install_missing() {
+    local missing=() package
+    for package; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "Installing ${missing[*]} (a few minutes on a fresh machine)"
+    # No service of these packages is to start now: an installed broker would take port 1883 on this machine.
+    local policy=/usr/sbin/policy-rc.d
+    if [ ! -e $policy ]; then
+        trap "as_root rm -f $policy" EXIT
+        printf '#!/bin/sh\nexit 101\n' | as_root tee $policy >/dev/null
+        as_root chmod 755 $policy
+    fi
+    as_root apt-get -q update
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qy --no-install-recommends install "${missing[@]}"
+    [ -z "$(trap -p EXIT)" ] || { trap - EXIT; as_root rm -f $policy; }
+}
+
+# build PRESET TARGET... [-- CMAKE_OPTION...]: configures when needed and builds; says what takes its time.
+build() {
+    local preset=$1 targets=()
+    shift
+    while [ $# -gt 0 ] && [ "$1" != -- ]; do targets+=("$1"); shift; done
+    [ $# -eq 0 ] || shift
+    say "Building (preset $preset)"
+    (cd "$root" && cmake --preset "$preset" "$@" >"$root/build-$preset.log" 2>&1) \
+        || { cat "$root/build-$preset.log" >&2; rm -f "$root/build-$preset.log"; return 1; }
+    rm -f "$root/build-$preset.log"
+    cmake --build "$root/build/$preset" --target "${targets[@]}"
+}

@@ -1,0 +1,173 @@
+"""What the system tests share: a private world, the service in it and a client that records its messages."""
+import json
+import os
+import pathlib
+import re
+import sys
+import threading
+import time
+
+import paho.mqtt.client as mqtt
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT))
+
+from sim.client import Sim  # noqa: E402
+from sim.stack import Stack, end  # noqa: E402
+
+BINARY = pathlib.Path(os.environ.get("LANVOY_BINARY", ROOT / "build/debug/src/app/lanvoy")).resolve()
+BASE = "vexo/network"
+DEADLINE = 30  # seconds until a test gives up on an event; never a measure of speed
+NM = "org.freedesktop.NetworkManager"
+PROFILE = NM + ".Settings.Connection"
+
+
+def until(condition, what):
+    """Waits for condition() to be true and returns its value."""
+    limit = time.monotonic() + DEADLINE
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > limit:
+            raise AssertionError(f"not within {DEADLINE} s: {what() if callable(what) else what}")
+        time.sleep(0.005)
+
+
+class Message:
+    def __init__(self, message, base):
+        self.topic = message.topic[len(base) + 1:]
+        self.text = message.payload.decode(errors="replace")
+        self.retained = bool(message.retain)
+        self.qos = message.qos
+
+    @property
+    def document(self):
+        return json.loads(self.text)
+
+    def __repr__(self):
+        return f"{self.topic}: {self.text[:400]}"
+
+
+class Client:
+    """Records all that is published below the base topic."""
+
+    def __init__(self, port, base=BASE):
+        self.base = base
+        self.messages = []
+        self.ready = threading.Event()
+        self.mqtt = mqtt.Client()
+        self.mqtt.on_message = lambda _c, _d, message: self.messages.append(Message(message, base))
+        self.mqtt.on_subscribe = lambda *_: self.ready.set()
+        self.mqtt.on_connect = lambda *_: self.mqtt.subscribe(base + "/#", 2)
+        self.mqtt.connect("127.0.0.1", port)
+        self.mqtt.loop_start()
+        assert self.ready.wait(DEADLINE)
+
+    def close(self):
+        self.mqtt.loop_stop()
+        self.mqtt.disconnect()
+
+    def on(self, topic):
+        return [m for m in self.messages if m.topic == topic]
+
+    def forget(self):
+        self.messages.clear()
+
+    def wait(self, topic, condition=lambda document: True):
+        """The first message on a topic whose document fits."""
+        def found():
+            return next((m for m in self.on(topic) if condition(m.document)), None)
+        return until(found, lambda: f"a fitting message on {topic}; there were {self.on(topic)}")
+
+    def send(self, command, payload=None):
+        data = json.dumps(payload) if isinstance(payload, (dict, list)) else payload
+        self.mqtt.publish(f"{self.base}/{command}", data).wait_for_publish(DEADLINE)
+
+    def ask(self, command, payload=None, answer=None):
+        """Sends a query; the document that answers it (the error document when `answer` is "error")."""
+        topic = answer or command.removesuffix("/get")
+        before = len(self.on(topic))
+        self.send(command, payload)
+        return until(lambda: self.on(topic)[before:], f"answer to {command}")[0].document
+
+    def settle(self):
+        """Waits until all that was sent before has been handled: commands are handled in order."""
+        self.ask("settled/get", answer="error")
+
+
+class Service:
+    """The service under test, with its log lines."""
+
+    def __init__(self, stack, settings, options):
+        self.log_file = stack.folder / "service.log"
+        log = open(self.log_file, "wb")
+        self.process = stack.start_service(BINARY, settings, "-e", *(options or ("-v", "3")),
+                                           stdout=log, stderr=log)
+
+    @property
+    def log(self):
+        return self.log_file.read_text(errors="replace")
+
+    def lines(self, tag="Engine"):
+        """The messages of one class, without the prefix of the line."""
+        return [m.group(1) for m in re.finditer(r"^lanvoy: \[ *\d+\.\d{3}\] \[%s\] (.*)$" % tag, self.log, re.M)]
+
+    def wait_log(self, text, count=1):
+        until(lambda: self.log.count(text) >= count, lambda: f"{count} x '{text}' in the log:\n{self.log[-4000:]}")
+
+    @property
+    def alive(self):
+        return self.process.poll() is None
+
+
+class World(Stack):
+    """A stack with a client of the simulation; service() starts the service under test."""
+
+    def __init__(self):
+        super().__init__()
+        self.service = None
+        self.client = None
+        self.started = []
+
+    def begin(self):
+        self.broker = self.start_broker()
+        self.client = Client(self.port)
+
+    def run(self, settings=None, options=None, wait=True):
+        """Starts the service; with wait until its first round over all devices is done."""
+        self.service = Service(self, settings or {}, options)
+        if wait:
+            self.client.wait("info")
+            self.client.settle()
+        return self.service
+
+    def end_service(self):
+        end(self.service.process)
+
+
+@pytest.fixture(scope="session")
+def gateway():
+    """Bus and simulated services, shared by all tests of a file; each test starts from the default world."""
+    with Stack() as stack:
+        stack.start_bus()
+        stack.start_gateway()
+        stack.sim = Sim(stack.bus.address)
+        yield stack
+        stack.sim.close()
+
+
+@pytest.fixture
+def world(gateway):
+    """A broker and a recording client in the default world; the service is the test's to start."""
+    gateway.sim.reset()
+    with World() as stack:
+        stack.sim = gateway.sim
+        stack.address = gateway.bus.address
+        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = stack.address
+        stack.begin()
+        yield stack
+        if stack.service:
+            assert stack.service.alive, stack.service.log[-4000:]
+        stack.client.close()

@@ -1,0 +1,119 @@
+"""The broker session: subscriptions, command intake, error documents, loss and return of the broker."""
+import signal
+import socket
+
+import pytest
+from conftest import BASE, BINARY, Client, until
+from sim.stack import end
+
+
+def test_session_order(world):
+    """Connecting, subscriptions in their order, then the round over the devices; the log's words as they are."""
+    world.run()
+    assert world.service.lines("IPC")[:5] == [
+        f"Connecting to 127.0.0.1:{world.port}", "Connected.", f"Subscribing to topic [{BASE}/+/get].",
+        f"Subscribing to topic [{BASE}/+/+/get].", f"Subscribing to topic [{BASE}/+/+/set]."]
+    assert world.service.lines()[:2] == ["IPC Connected to 127.0.0.1", "Reloading all devices and connections."]
+    assert [m.topic for m in world.client.messages[:2]] == ["status", "info"]
+
+
+def test_payloads(world):
+    """Nothing that a client can send does more than an error document."""
+    service = world.run()
+    client = world.client
+    assert client.ask("info/get") == {"service": {"type": "network", "version": "1.0.18"}}
+    assert client.ask("info/get", []) == client.ask("info/get", {"a": 1})
+    bad = {"{": "unterminated object", b"\xff\xfe": "illegal value", "5": "illegal value",
+           "[" * 5000: "too deeply nested document", "{} x": "garbage at the end of the document"}
+    for payload, reason in bad.items():
+        error = client.ask("info/get", payload, "error")
+        assert error == {"command": "info/get", "error": f"Json parse error: {reason}"}
+    assert client.ask("info/get", '{"a": "' + "%s%n" * 250000 + '"}')["service"]["type"] == "network"
+
+    for command in ("nothing/get", "Info/get", "%s%n/%d/get", "wifi/aps/set", "ätöm/get"):
+        error = client.ask(command, {}, "error")
+        assert error == {"command": command, "error": "Unsupported command"}
+    assert "Unsupported command '%s%n/%d/get'" in service.lines()
+    assert f"Message Received [{BASE}/nothing/get]" in service.lines("IPC")
+    assert {m.retained for m in client.on("error")} == {False}
+
+
+def test_doubled_base_is_removed_everywhere(world):
+    client = Client(world.port, "n")
+    world.run({"Mqtt/base": "n"}, wait=False)
+    client.wait("info")
+    client.forget()
+    client.send("n/info/get")  # on n/n/info/get: the command is "info/get"
+    assert client.wait("info").document["service"]["type"] == "network"
+    client.close()
+
+
+@pytest.mark.parametrize("how", [signal.SIGKILL, signal.SIGTERM])
+def test_broker_returns(world, how):
+    """After each loss a new session, with one document per event: re-wiring doubles nothing."""
+    service = world.run()
+    for attempt in (2, 3):
+        world.broker.send_signal(how)
+        world.broker.wait()
+        service.wait_log("IPC Disconnected.", attempt - 1)
+        world.client.close()
+        world.begin()
+        service.wait_log("IPC Connected to", attempt)
+        world.client.wait("modem/signal")
+        world.client.settle()
+    world.client.forget()
+    world.sim.set_carrier("eth0", False)
+    world.client.wait("ethernet/state", lambda d: d["state"] == 1)
+    world.client.settle()
+    assert len(world.client.on("ethernet/state")) == 1
+    world.sim.set_signal(11)
+    world.client.wait("modem/signal", lambda d: d["quality"] == 11)
+    world.client.settle()
+    assert len(world.client.on("modem/signal")) == 1
+
+
+def test_silent_and_refusing_broker(world):
+    """A broker that accepts and says nothing is given up after ten seconds; one that refuses is tried again."""
+    world.client.close()
+    end(world.broker)
+    with socket.create_server(("127.0.0.1", world.port)) as listener:
+        service = world.run(wait=False)
+        first, _ = listener.accept()
+        service.wait_log("MQTT broker not available.")
+        service.wait_log("ERROR: TransportInvalid (256).")
+        assert service.lines("IPC")[1:4] == ["MQTT broker not available.", "Disconnected.",
+                                             "ERROR: TransportInvalid (256)."]
+        second, _ = listener.accept()
+        second.recv(1000)
+        second.sendall(b"\x20\x02\x00\x05")  # CONNACK: not authorized
+        service.wait_log("ERROR: NotAuthorized (5).")
+        first.close()
+        second.close()
+    world.begin()
+    service.wait_log("IPC Connected to")
+
+
+def test_without_bus_and_services(gateway, world):
+    """No message bus at all: the service runs, answers and keeps its session."""
+    service = world.start_service(BINARY, {}, env={"DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent"})
+    world.client.wait("info")
+    status = world.client.ask("status/get")
+    assert (status["stateStr"], status["primaryConnection"]) == ("Unknown", None)
+    assert world.client.ask("wifi/state/get", {}, "error")["error"] == "Invalid device specified: "
+    assert service.poll() is None
+
+
+def test_documents_of_a_session_down_are_lost(world):
+    """Nothing is queued: what happened meanwhile is only seen through the fresh documents."""
+    service = world.run()
+    end(world.broker)
+    service.wait_log("IPC Disconnected.")
+    world.sim.set_signal(1)
+    world.sim.set_signal(2)
+    service.wait_log("Signal changed '2'")
+    world.client.close()
+    world.begin()
+    world.client.wait("modem/signal")
+    world.client.settle()
+    assert {m.document["quality"] for m in world.client.on("modem/signal")} == {2}
+    until(lambda: service.alive, "alive")
