@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QTemporaryFile>
+
+#include <cstdio>
+
+#include <unistd.h>
+
+/** Sends the process's standard error to a file for as long as it lives. */
+class StderrCapture
+{
+public:
+    StderrCapture()
+        : saved(dup(STDERR_FILENO))
+    {
+        file.open();
+        fflush(stderr);
+        dup2(file.handle(), STDERR_FILENO);
+    }
+    ~StderrCapture()
+    {
+        dup2(saved, STDERR_FILENO);
+        close(saved);
+    }
+    Q_DISABLE_COPY(StderrCapture)
+
+    /** What was written since the last call. */
+    QByteArray take()
+    {
+        file.seek(position);
+        const QByteArray text = file.readAll();
+        position += text.size();
+        return text;
+    }
+
+private:
+    QTemporaryFile file;
+    int saved;
+    qint64 position = 0;
+};
