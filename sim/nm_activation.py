@@ -26,6 +26,7 @@ def activate(device, profile, specific_object):
     """Starts connecting; a device in use is disconnected first. Returns the new active connection."""
     daemon = device.daemon
     device.stop_script()
+    end_waiting(device)
     in_use = device.active is not None
     if in_use and device.state != dev.DEACTIVATING:
         device.change_state(dev.DEACTIVATING, dev.NEW_ACTIVATION)
@@ -75,16 +76,24 @@ def drop(device, state, reason):
     if device.ip4:
         device.ip4.clear()
     daemon.manager.refresh_connectivity()
-    ended = [active] if active else []
-    if state <= dev.UNAVAILABLE:  # an activation that has not begun yet ends here too
-        ended += [a for a in daemon.manager.actives if a.device is device and a is not active]
-    for item in ended:
-        item.change_state(DEACTIVATED, REASON_DEVICE_DISCONNECTED)
-        daemon.bus.unexport(item)
-        daemon.manager.remove_active(item)
+    if active:
+        daemon.bus.unexport(active)
+        daemon.manager.remove_active(active)
+    if state <= dev.UNAVAILABLE:
+        end_waiting(device)
     if device.dhcp4:
         daemon.bus.unexport(device.dhcp4)
         device.dhcp4 = None
+
+
+def end_waiting(device, profile=None):
+    """Ends activations that still wait for the device to be free; of one profile or of any."""
+    daemon = device.daemon
+    for item in [a for a in daemon.manager.actives if a.device is device and a is not device.active]:
+        if profile in (None, item.profile):
+            item.change_state(DEACTIVATED, REASON_DEVICE_DISCONNECTED)
+            daemon.bus.unexport(item)
+            daemon.manager.remove_active(item)
 
 
 def _walk(device, active, in_use):
@@ -93,6 +102,10 @@ def _walk(device, active, in_use):
     if in_use:
         yield step_ms
         drop(device, dev.DISCONNECTED, dev.NEW_ACTIVATION)
+    if not active.bus:  # its profile was deleted meanwhile
+        device.refresh_available()
+        daemon.manager.consider_autoconnect()
+        return
     device.active = active
     device.set(ActiveConnection=active.path, Autoconnect=True)
     device.change_state(dev.PREPARE)
@@ -145,7 +158,7 @@ def _configure_ip(device, active):
     ipv4 = active.profile.group("ipv4")
     addresses = [(str(a["address"]), int(a["prefix"])) for a in ipv4.get("address-data", [])]
     gateway = str(ipv4.get("gateway", ""))
-    servers = [str(ipaddress.IPv4Address(int(n).to_bytes(4, "little"))) for n in ipv4.get("dns", [])]
+    servers = [str(n) for n in ipv4.get("dns-data", ())]
     method = _method(active)
     if method == "disabled":
         return

@@ -30,8 +30,9 @@ class ActiveConnection(BusObject):
         super().__init__(profile.daemon.new_path("ActiveConnection"))
         self.profile = profile
         self.device = device
+        self.begun = False  # until the device takes it up it only waits, though its State says activating
         self.init(Connection=profile.path, SpecificObject=specific_object, Id=profile.name, Uuid=profile.uuid,
-                  Type=profile.kind, Devices=[device.path], State=0, StateFlags=0, Default=False, Ip4Config="/",
+                  Type=profile.kind, Devices=[device.path], State=ACTIVATING, StateFlags=0, Default=False, Ip4Config="/",
                   Dhcp4Config="/", Default6=False, Ip6Config="/", Dhcp6Config="/", Vpn=False, Controller="/",
                   Master="/")
 
@@ -40,9 +41,11 @@ class ActiveConnection(BusObject):
         return self.get("State")
 
     def change_state(self, state, reason=0):
-        if state != self.state:
+        if state != self.state or not self.begun:
+            self.begun = True
             self.emit(ACTIVE, "StateChanged", "uu", state, reason)
-            self.set(State=state)
+            self.init(State=state)
+            self.touch("State")
 
 
 class Ip4Config(BusObject):

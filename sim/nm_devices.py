@@ -79,6 +79,12 @@ class Device(BusObject):
     def complete(self, settings, specific_object):
         """Fills gaps of a new profile for AddAndActivateConnection; raises DBusError."""
 
+    def new_profile_name(self, _settings):
+        """A free name for a profile that came without one."""
+        word = {"wired": "Wired", "modem": "GSM"}.get(self.kind, self.kind.title())
+        names = {p.name for p in self.daemon.profiles}
+        return next(n for n in (f"{word} connection {i}" for i in range(1, 1000)) if n not in names)
+
     def bring_up(self, _active):
         """Brings the link up, from state 40 to just before 70; a generator of waits that returns 0 or the reason of
         the failure."""
@@ -215,6 +221,7 @@ class Device(BusObject):
             self.set(AvailableConnections=sorted(paths))
 
     def profile_removed(self, profile):
+        nm_activation.end_waiting(self, profile)
         if self.active and self.active.profile is profile:
             self.active.set(Connection="/")
             nm_activation.deactivate(self, CONNECTION_REMOVED)
@@ -230,7 +237,7 @@ class Device(BusObject):
     @method(DEVICE)
     def Disconnect(self):
         if not self.active:
-            raise DBusError(DEVICE + ".NotActive", "Cannot disconnect device: device is not active")
+            raise DBusError(DEVICE + ".NotActive", "This device is not active")
         self.set(Autoconnect=False)
         nm_activation.deactivate(self, USER_REQUESTED)
 

@@ -3,7 +3,7 @@ import uuid
 
 from gi.repository import GLib
 
-from . import nm_activation
+from . import nm_activation, nm_profile
 from .bus import BusObject, DBusError, method, typed
 from .nm_active import ACTIVATED, ACTIVATING, DEACTIVATING
 from .nm_states import DISCONNECTED, IP_CONFIG, UNAVAILABLE, USER_REQUESTED
@@ -14,6 +14,9 @@ BASE = "/org/freedesktop/NetworkManager"
 STATE_ASLEEP, STATE_DISCONNECTED, STATE_DISCONNECTING, STATE_CONNECTING = 10, 20, 30, 40
 STATE_LOCAL, STATE_SITE, STATE_GLOBAL = 50, 60, 70
 CONNECTIVITY_NONE, CONNECTIVITY_FULL = 1, 4
+
+# Not a slip: the daemon lets this error out without a name of its own.
+UNMAPPED_UTILS_ERROR = "org.gtk.GDBus.UnmappedGError.Quark._nm_2dutils_2derror_2dquark.Code9"
 
 PERMISSIONS = (
     "checkpoint-rollback", "enable-disable-connectivity-check", "enable-disable-network",
@@ -108,7 +111,7 @@ class Manager(BusObject):
         state = STATE_DISCONNECTED if self.get("NetworkingEnabled") else STATE_ASLEEP
         activating = "/"
         for active in self.actives:
-            if active.device.kind == "loopback":
+            if active.device.kind == "loopback" or not active.begun:
                 continue
             if active.state == ACTIVATED:
                 connected = STATE_GLOBAL if self.get("Connectivity") == CONNECTIVITY_FULL else STATE_SITE
@@ -172,11 +175,11 @@ class Manager(BusObject):
 
     @method(MANAGER, "ooo", "o")
     def ActivateConnection(self, connection, device_path, specific_object):
-        profile = self.daemon.profile_by_path(connection)
+        if connection == "/":
+            profile = self._profile_for(device_path)
+        else:
+            profile = self.daemon.profile_by_path(connection)
         if profile is None:
-            if connection == "/":
-                raise DBusError(MANAGER + ".UnknownConnection",
-                                "Only devices may be activated without a specifying a connection")
             raise DBusError(MANAGER + ".UnknownConnection", "Connection could not be found.")
         device = self._device_for(profile, device_path)
         self._require_fit(profile, device)
@@ -190,12 +193,27 @@ class Manager(BusObject):
                             f"Connection '{profile.name}' is not available on device {device.interface} "
                             f"because {obstacle}")
 
+    def _profile_for(self, device_path):
+        if device_path == "/":
+            raise DBusError(MANAGER + ".UnknownDevice",
+                            "Only devices may be activated without a specifying a connection")
+        device = self._device_for(None, device_path)
+        paths = device.get("AvailableConnections")
+        if not paths:
+            raise DBusError(MANAGER + ".UnknownConnection",
+                            f"The device '{device.interface}' has no connections available for activation.")
+        return self.daemon.profile_by_path(paths[0])
+
     def _device_for(self, profile, path):
         if path == "/":
-            fitting = [d for d in self.daemon.devices if not d.obstacle(profile)]
-            if not fitting:
-                raise DBusError(MANAGER + ".UnknownDevice", "No suitable device found for this connection.")
-            return fitting[0]
+            obstacles = [(d, d.obstacle(profile)) for d in self.daemon.devices]
+            fitting = next((d for d, obstacle in obstacles if not obstacle), None)
+            if fitting is None:
+                device, obstacle = next(((d, o) for d, o in obstacles if profile.kind in d.profile_types), obstacles[0])
+                raise DBusError(MANAGER + ".UnknownDevice",
+                                "No suitable device found for this connection "
+                                f"(device {device.interface} not available because {obstacle}).")
+            return fitting
         device = self.daemon.device_by_path(path)
         if device is None:
             raise DBusError(MANAGER + ".UnknownDevice", "Device not found")
@@ -213,16 +231,17 @@ class Manager(BusObject):
         device = self.daemon.device_by_path(device_path)
         if device is None:
             raise DBusError(MANAGER + ".UnknownDevice", "Device not found")
-        settings = {str(g): dict(keys) for g, keys in settings.items()}
+        settings = nm_profile.readable(settings)
         device.complete(settings, specific_object)
+        kind = DEFAULT_GROUP.get(device.kind, "generic")
+        settings.setdefault(kind, {})
         group = settings.setdefault("connection", {})
-        kind = str(group.setdefault("type", typed("s", DEFAULT_GROUP.get(device.kind, "generic"))))
-        if device.kind != "wifi":
-            settings.setdefault(kind, {})
+        group["type"] = typed("s", kind)
         group.setdefault("uuid", typed("s", str(uuid.uuid4())))
-        group.setdefault("id", typed("s", kind))
-        group.setdefault("interface-name", typed("s", device.interface))
-        profile = self.daemon.settings.new(settings)
+        group.setdefault("id", typed("s", device.new_profile_name(settings)))
+        if group.setdefault("interface-name", typed("s", device.interface)) != device.interface:
+            raise DBusError(UNMAPPED_UTILS_ERROR, "mismatching interface name")
+        profile = self.daemon.settings.new(settings, with_secrets=False)
         self._require_fit(profile, device)
         self.daemon.settings.store(profile)
         active = nm_activation.activate(device, profile, specific_object)

@@ -3,6 +3,9 @@
 libnm holds the very code with which the daemon parses and verifies a profile, so refusals carry the genuine
 texts. What the daemon adds on top (strict types, secrets rules) is here.
 """
+import ipaddress
+import sys
+
 import gi
 
 gi.require_version("NM", "1.0")
@@ -115,8 +118,26 @@ def _guess(value):
 
 # parsing and checking
 
+# keys that exist on D-Bus only, without a property of that name in libnm
+_DBUS_ONLY = {"address-data": "aa{sv}", "route-data": "aa{sv}", "dns-data": "as", "address-labels": "as",
+              "assigned-mac-address": "s", "security": "s"}
+# keys that libnm reads by hand; its words differ slightly for them
+_READ_BY_HAND = {"addresses", "routes", "dns", "mac-address", "cloned-mac-address", "bssid"} | set(_DBUS_ONLY)
+_NUMBERS = "ybnqiuxtd"
+# An old-style key, where present, wins over the newer ones; clients' libraries see it the other way round.
+_LEGACY = {"addresses": ("address-data", "gateway"), "routes": ("route-data",)}
+
+
+def _expected_type(setting, key):
+    if key in _DBUS_ONLY:
+        return _DBUS_ONLY[key]
+    if key == "name" or setting.find_property(key) is None:
+        return None
+    return setting.get_dbus_property_type(key).dup_string()
+
+
 def _check_types(settings):
-    """Refuses values of a wrong D-Bus type; libnm's public parser skips them, the daemon does not."""
+    """Refuses unknown keys and wrong D-Bus types; libnm's public parser skips them, the daemon does not."""
     for group, keys in settings.items():
         kind = NM.Setting.lookup_type(group)
         if not kind.is_a(NM.Setting):
@@ -124,44 +145,79 @@ def _check_types(settings):
         setting = GObject.new(kind)
         for key, value in keys.items():
             expected = _expected_type(setting, key)
-            if expected and signature_of(value) != expected and not _convertible(signature_of(value), expected):
-                raise DBusError(CONNECTION_ERROR + "InvalidProperty",
-                                f"{group}.{key}: can't set property of type '{expected}' from value of type "
-                                f"'{signature_of(value)}'")
+            actual = signature_of(value)
+            if expected is None:
+                raise DBusError(CONNECTION_ERROR + "InvalidProperty", f"{group}.{key}: unknown property")
+            if actual != expected and not (actual in _NUMBERS and expected in _NUMBERS + "s"):
+                text = f"{group}.{key}: can't set property of type '{expected}' from value of type '{actual}'"
+                if key not in _READ_BY_HAND:
+                    text = f"{group}.{key}: failed to set property: {text}"
+                raise DBusError(CONNECTION_ERROR + "InvalidProperty", text)
 
 
-# keys that exist on D-Bus only, without a property of that name in libnm
-_DBUS_ONLY = {"address-data": "aa{sv}", "route-data": "aa{sv}", "dns-data": "as"}
+def readable(settings):
+    """The map that AddAndActivateConnection goes on with: an empty one where the parser would refuse it."""
+    try:
+        _check_types(settings)
+    except DBusError:
+        return {}
+    known = all(NM.Setting.lookup_type(g).is_a(NM.Setting) for g in settings)
+    return {str(g): dict(keys) for g, keys in settings.items()} if known else {}
 
 
-def _expected_type(setting, key):
-    if key in _DBUS_ONLY:
-        return _DBUS_ONLY[key]
-    if setting.find_property(key) is None:
-        return None
-    return setting.get_dbus_property_type(key).dup_string()
+def parse(settings, strict=True, with_secrets=True):
+    """Reads and verifies a settings map as AddConnection does; returns an NM.SimpleConnection or raises DBusError.
 
-
-def _convertible(actual, expected):
-    return actual in "ybnqiuxt" and expected in "ybnqiuxt"
-
-
-def parse(settings, strict=True):
-    """Reads and verifies a settings map as AddConnection does; returns an NM.SimpleConnection or raises DBusError."""
+    strict        also check what libnm's public parser is lenient about
+    with_secrets  verify the secrets too; AddAndActivateConnection does not
+    """
     if strict:
         _check_types(settings)
+    settings = {g: {k: v for k, v in keys.items() if not _overruled(g, k, keys)} for g, keys in settings.items()}
     try:
         connection = NM.SimpleConnection.new_from_dbus(to_variant(settings))
         connection.verify()
-        connection.verify_secrets()
+        if with_secrets:
+            connection.verify_secrets()
     except GLib.Error as failure:
         raise _error(failure) from None
     return connection
 
 
+def _overruled(group, key, keys):
+    return group in ("ipv4", "ipv6") and any(old in keys and key in new for old, new in _LEGACY.items())
+
+
 def settings_map(connection):
-    """The settings without secrets, as GetSettings gives them."""
-    return from_variant(connection.to_dbus(NM.ConnectionSerializationFlags.WITH_NON_SECRET))
+    """The settings without secrets, as GetSettings gives them: old-style addresses, routes and name servers included."""
+    settings = from_variant(connection.to_dbus(NM.ConnectionSerializationFlags.WITH_NON_SECRET))
+    for group, codec in (("ipv4", _V4), ("ipv6", _V6)):
+        if group in settings:
+            codec.add_legacy(settings[group])
+    return settings
+
+
+class _Legacy:
+    """Writes a group's addresses, routes and name servers in the old style: numbers or bytes instead of texts."""
+
+    def __init__(self, address, route, dns, encode, none):
+        self.address, self.route, self.dns, self.encode, self.none = address, route, dns, encode, none
+
+    def add_legacy(self, group):
+        gateway = group.get("gateway")
+        gateway = self.encode(gateway) if gateway else self.none
+        addresses = [(self.encode(a["address"]), a["prefix"], self.none if i else gateway)
+                     for i, a in enumerate(group.get("address-data", ()))]
+        routes = [(self.encode(r["dest"]), r["prefix"], self.encode(r["next-hop"]) if "next-hop" in r else self.none,
+                   r.get("metric", 0)) for r in group.get("route-data", ())]
+        group["addresses"] = typed(self.address, addresses)
+        group["routes"] = typed(self.route, routes)
+        if "dns-data" in group:
+            group["dns"] = typed(self.dns, [self.encode(n) for n in group["dns-data"]])
+
+
+_V4 = _Legacy("aau", "aau", "au", lambda a: int.from_bytes(ipaddress.IPv4Address(a).packed, sys.byteorder), 0)
+_V6 = _Legacy("a(ayuay)", "a(ayuayu)", "aay", lambda a: ipaddress.IPv6Address(a).packed, bytes(16))
 
 
 def secrets_map(connection):

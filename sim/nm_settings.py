@@ -78,12 +78,11 @@ class Profile(BusObject):
         self.set(Unsaved=bool(self.flags & FLAG_UNSAVED), Flags=self.flags,
                  Filename=f"{where}/NetworkManager/system-connections/{self.name}.nmconnection")
 
-    def replace(self, settings, unsaved=False, validate=True):
+    def replace(self, settings, unsaved=False):
         """Puts a new settings map in the place of the old one; raises DBusError if it is refused."""
-        new = nm_profile.parse(settings, self.daemon.options["validate"] and validate)
-        if new.get_uuid() != self.uuid:
-            raise DBusError(nm_profile.CONNECTION_ERROR + "Failed",
-                            "The new connection settings require the UUID to remain unchanged")
+        settings = {g: dict(keys) for g, keys in settings.items()}
+        settings.setdefault("connection", {})["uuid"] = typed("s", self.uuid)  # whatever the caller says
+        new = nm_profile.parse(settings, self.daemon.options["validate"])
         nm_profile.keep_secrets(self.connection, new)
         self.use(new)
         self.flags = self.flags | FLAG_UNSAVED if unsaved else self.flags & ~FLAG_UNSAVED
@@ -117,7 +116,7 @@ class Profile(BusObject):
     @method(CONNECTION, "s", "a{sa{sv}}")
     def GetSecrets(self, group):
         if group not in self.settings:
-            raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound", f"No setting '{group}' in connection")
+            raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound", f"Connection didn't have requested setting '{group}'.")
         secrets = nm_profile.secrets_map(self.connection)
         if group not in secrets:
             raise DBusError(NO_SECRETS, "No agents were available for this request.")
@@ -170,11 +169,11 @@ class Settings(BusObject):
         if self.daemon.bus:
             self.set(Connections=[p.path for p in self.daemon.profiles if p.bus])
 
-    def new(self, settings, flags=0, validate=True):
+    def new(self, settings, flags=0, with_secrets=True):
         """Checks a settings map and makes a profile of it, not stored yet; raises DBusError if it is refused."""
-        connection = nm_profile.parse(settings, self.daemon.options["validate"] and validate)
+        connection = nm_profile.parse(settings, self.daemon.options["validate"], with_secrets)
         if any(p.uuid == connection.get_uuid() for p in self.daemon.profiles):
-            raise DBusError(SETTINGS + ".UuidExists", "A connection with this UUID already exists.")
+            raise DBusError(SETTINGS + ".UuidExists", "a connection with this UUID already exists")
         return Profile(self.daemon, connection, flags)
 
     def store(self, profile):
@@ -185,8 +184,8 @@ class Settings(BusObject):
             self.daemon.refresh_available()
         return profile
 
-    def add(self, settings, flags=0, validate=True):
-        return self.store(self.new(settings, flags, validate))
+    def add(self, settings, flags=0):
+        return self.store(self.new(settings, flags))
 
     # D-Bus
 

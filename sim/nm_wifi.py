@@ -192,6 +192,9 @@ class WifiDevice(Device):
             security.setdefault("key-mgmt", typed("s", "wpa-psk" if wpa else "none"))
             security.setdefault("auth-alg", typed("s", "open"))
 
+    def new_profile_name(self, settings):
+        return _ssid(settings["802-11-wireless"]).decode(errors="replace")
+
     # connecting
 
     def bring_up(self, active):
