@@ -94,7 +94,7 @@ class Modem(BusObject):
 
     def __init__(self, service, gsm=True, ussd=True, cdma=False, sim=True, bearer=True, control_port="cdc-wdm0",
                  data_interface="wwan0", imei="352099001761481", meid="A10000009296F2", esn="80A1B2C3",
-                 imsi="001010123456789", sim_identifier="8988211000000012345", operator_code="00101",
+                 imsi="262990123456789", sim_identifier="8949990000000012345", operator_code="26299",
                  operator_name="Testnet", manufacturer="Simulated Radios", model="SR-4G", revision="1.2.3",
                  device_identifier="5e2c0a8d3f4b7c6a91e0d8b2f7a4c3e1d0b9a8f7", signal=72, technologies=("lte",)):
         """gsm, ussd, cdma, sim: what it has; bearer: whether a connection has a bearer; signal in percent."""

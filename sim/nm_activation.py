@@ -62,8 +62,6 @@ def drop(device, state, reason):
     active = device.active
     device.link_down()
     device.active = None
-    if active:
-        active.set(Default=False)
     device.set(ActiveConnection="/")
     if device.state != state:
         device.change_state(state, reason)

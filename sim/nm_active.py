@@ -40,6 +40,11 @@ class ActiveConnection(BusObject):
     def state(self):
         return self.get("State")
 
+    @property
+    def can_be_default(self):
+        """Whether it has a configuration with a gateway in force."""
+        return self.device.active is self and self.device.ip4 is not None and bool(self.device.ip4.get("Gateway"))
+
     def change_state(self, state, reason=0):
         if state != self.state or not self.begun:
             self.begun = True

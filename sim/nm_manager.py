@@ -6,7 +6,7 @@ from gi.repository import GLib
 from . import nm_activation, nm_profile
 from .bus import BusObject, DBusError, method, typed
 from .nm_active import ACTIVATED, ACTIVATING, DEACTIVATING
-from .nm_states import DISCONNECTED, IP_CONFIG, UNAVAILABLE, USER_REQUESTED
+from .nm_states import DISCONNECTED, UNAVAILABLE, USER_REQUESTED
 
 MANAGER = "org.freedesktop.NetworkManager"
 BASE = "/org/freedesktop/NetworkManager"
@@ -108,29 +108,34 @@ class Manager(BusObject):
 
     def refresh_state(self):
         """Works out State and ActivatingConnection from the active connections."""
-        state = STATE_DISCONNECTED if self.get("NetworkingEnabled") else STATE_ASLEEP
-        activating = "/"
-        for active in self.actives:
-            if active.device.kind == "loopback" or not active.begun:
-                continue
-            if active.state == ACTIVATED:
-                connected = STATE_GLOBAL if self.get("Connectivity") == CONNECTIVITY_FULL else STATE_SITE
-                state = max(state, connected if active.get("Default") else STATE_LOCAL)
-            elif active.state == ACTIVATING:
-                state = max(state, STATE_CONNECTING)
-                activating = active.path
-            elif active.state == DEACTIVATING:
-                state = max(state, STATE_DISCONNECTING)
+        counted = [a for a in self.actives if a.begun and a.device.kind != "loopback"]
+        activating = [a for a in counted if a.state == ACTIVATING]
+        activated = [a for a in counted if a.state == ACTIVATED]
+        default_waits = any(a.get("Default") for a in activating)
+        if not self.get("NetworkingEnabled"):
+            state = STATE_ASLEEP
+        elif any(a.can_be_default for a in activated) and not default_waits:
+            state = STATE_GLOBAL if self.get("Connectivity") == CONNECTIVITY_FULL else STATE_SITE
+        elif activating:
+            state = STATE_CONNECTING
+        elif activated:
+            state = STATE_LOCAL
+        elif any(a.state == DEACTIVATING for a in counted):
+            state = STATE_DISCONNECTING
+        else:
+            state = STATE_DISCONNECTED
         self._put("State", state)
-        self.set(ActivatingConnection=activating)
+        self.set(ActivatingConnection=activating[0].path if activating else "/")
 
     def refresh_primary(self):
         """Picks the default connection: configured, with a gateway, lowest metric."""
-        usable = [a for a in self.actives if a.device.active is a and a.device.state >= IP_CONFIG and
-                  a.state in (ACTIVATING, ACTIVATED) and a.device.ip4.get("Gateway")]
+        usable = [a for a in self.actives if a.can_be_default and a.state in (ACTIVATING, ACTIVATED)]
         best = min(usable, key=lambda a: a.device.metric, default=None)
         for active in self.actives:
-            active.set(Default=active is best)
+            if active is not best:
+                active.set(Default=False)
+        if best:
+            best.set(Default=True)
         self.refresh_state()
         self._put("PrimaryConnection", best.path if best else "/")
         self.set(PrimaryConnectionType=best.profile.kind if best else "")
