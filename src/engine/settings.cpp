@@ -20,6 +20,10 @@ using NetworkManager::Setting;
 using NetworkManager::WirelessSecuritySetting;
 using NetworkManager::WirelessSetting;
 
+// The security words that a profile can follow; with any other it stays open.
+const QStringList securedWords
+    = {QStringLiteral("wep"), QStringLiteral("wpa1"), QStringLiteral("wpa2"), QStringLiteral("wpa1-wpa2")};
+
 template<typename T>
 QSharedPointer<T> settingOf(const ConnectionSettings::Ptr& settings, Setting::SettingType type)
 {
@@ -141,7 +145,7 @@ bool updateWireless(const ConnectionSettings::Ptr& settings, const Config::Wifi&
         wireless->setSsid(record.ssid.toUtf8());
         changed = true;
     }
-    if (word != QLatin1String("none") && word != QLatin1String("unknown")) {
+    if (securedWords.contains(word)) {
         const auto security = settingOf<WirelessSecuritySetting>(settings, Setting::WirelessSecurity);
         changed |= updateSecurity(*security, word, record.key);
         wireless->setSecurity(security->name());
