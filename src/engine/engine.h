@@ -169,6 +169,7 @@ private:
     QScopedPointer<IPC> ipc;
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;
+    bool allSignalsSubscribed = false;
 };
 
 } // namespace Lanvoy

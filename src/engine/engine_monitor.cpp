@@ -4,6 +4,9 @@
 #include <NetworkManagerQt/Settings>
 #include <NetworkManagerQt/WirelessNetwork>
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+
 namespace Lanvoy
 {
 
@@ -18,11 +21,29 @@ constexpr int scanIntervalMs = 30000;
 constexpr int addedDeviceDelayMs = 1000;
 constexpr char loopback[] = "lo";
 
+/**
+ * Has the bus deliver all of NetworkManager's signals.
+ *
+ * The library asks for those of each object by itself, but the bus grants a connection 512 such rules only:
+ * with some hundred access points the later ones would stay as they were first seen.
+ */
+void subscribeToAllSignals()
+{
+    QDBusMessage addMatch = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("AddMatch"));
+    addMatch << QStringLiteral("type='signal',sender='org.freedesktop.NetworkManager'");
+    QDBusConnection::systemBus().send(addMatch);
+}
+
 } // namespace
 
 void Engine::reload()
 {
     log(Log::Info, "Reloading all devices and connections.");
+    if (!allSignalsSubscribed)
+        subscribeToAllSignals(); // before the library's first use
+    allSignalsSubscribed = true;
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();

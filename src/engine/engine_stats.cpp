@@ -20,6 +20,7 @@ namespace
 
 // Under /tmp it vanishes at a reboot, when the kernel's counters start from 0.
 const QString snapshotPath = QStringLiteral("/tmp/modem-snapshot.ini");
+const QString interfacePath = QStringLiteral("/sys/class/net/%1");
 const QString counterPath = QStringLiteral("/sys/class/net/%1/statistics/%2");
 
 } // namespace
@@ -71,7 +72,8 @@ Engine::DevicePtr Engine::connectedModem()
     return {};
 }
 
-// Source: the kernel's counters of the data interface that ModemManager names in the modem's first bearer.
+// Source: the kernel's counters of the data interface that ModemManager names in the modem's first bearer,
+// or, where that is no network interface, of the one that NetworkManager names.
 ModemStats Engine::getModemStats(const NetworkManager::ModemDevice::Ptr& device)
 {
     const ModemManager::ModemDevice::Ptr known = ModemManager::findModemDevice(device->udi());
@@ -79,7 +81,10 @@ ModemStats Engine::getModemStats(const NetworkManager::ModemDevice::Ptr& device)
     const ModemManager::Bearer::List bearers = modem ? modem->listBearers() : ModemManager::Bearer::List();
     if (bearers.isEmpty())
         return {};
-    const QString interface = bearers.first()->interface();
+    QString interface = bearers.first()->interface();
+    // The bearer of a dialled call names the serial port; the data passes through the interface on top of it.
+    if (!QFileInfo::exists(interfacePath.arg(interface)))
+        interface = device->ipInterfaceName();
     ModemStats stats;
     stats.rxbytes
         = static_cast<quint64>(readIntegerFromFile(counterPath.arg(interface, QStringLiteral("rx_bytes"))));

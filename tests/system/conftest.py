@@ -18,7 +18,7 @@ from sim.stack import Stack, end  # noqa: E402
 
 BINARY = pathlib.Path(os.environ.get("LANVOY_BINARY", ROOT / "build/debug/src/app/lanvoy")).resolve()
 BASE = "vexo/network"
-DEADLINE = 30  # seconds until a test gives up on an event; never a measure of speed
+DEADLINE = 60  # seconds until a test gives up on an event; never a measure of speed
 NM = "org.freedesktop.NetworkManager"
 PROFILE = NM + ".Settings.Connection"
 
@@ -114,8 +114,12 @@ class Service:
         """The messages of one class, without the prefix of the line."""
         return [m.group(1) for m in re.finditer(r"^lanvoy: \[ *\d+\.\d{3}\] \[%s\] (.*)$" % tag, self.log, re.M)]
 
+    @property
+    def tail(self):
+        return "\n".join(self.lines("(?:Engine|IPC)")[-40:])
+
     def wait_log(self, text, count=1):
-        until(lambda: self.log.count(text) >= count, lambda: f"{count} x '{text}' in the log:\n{self.log[-4000:]}")
+        until(lambda: self.log.count(text) >= count, lambda: f"{count} x '{text}' in the log:\n{self.tail}")
 
     @property
     def alive(self):
@@ -169,5 +173,5 @@ def world(gateway):
         stack.begin()
         yield stack
         if stack.service:
-            assert stack.service.alive, stack.service.log[-4000:]
+            assert stack.service.alive, stack.service.tail
         stack.client.close()

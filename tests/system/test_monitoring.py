@@ -1,0 +1,169 @@
+"""Devices: first round, state changes, hot-plug, scans, and services that are absent, restart or do not answer."""
+import pytest
+from conftest import NM, until
+
+DEVICE_TOPICS = [
+    "ethernet/state", "ethernet/config", "wifi/state", "wifi/config", "wifi/aps", "wifi/networks", "modem/signal",
+    "modem/signal", "modem/state", "modem/config", "modem/signal"]
+
+
+def test_first_round(world):
+    """All documents of a start and their log lines; other kinds are wired and provisioned, but not published."""
+    world.sim.set_options(autoconnect=False)
+    service = world.run({"Ethernet/id": "", "Modem/id": ""})
+    topics = [m.topic for m in world.client.messages]
+    assert topics[:2] == ["status", "info"] and sorted(topics[2:13]) == sorted(DEVICE_TOPICS)
+    lines = service.lines()
+    assert "[Ethernet] Device found: eth0 (active=0, managed=1)" in lines
+    bridge = lines.index("[Bridge] Started monitoring device: br0")
+    assert lines[bridge + 1:bridge + 3] == ["[Bridge] Checking connection: ", "Skipping device: br0"]
+    assert not any("dev=lo" in line or ": lo" in line for line in lines)
+    modem = lines.index("[Modem] Started monitoring device: cdc-wdm0")
+    assert lines[modem + 1:modem + 3] == ["[Modem] Access Technologies changed 'LTE' (dev=cdc-wdm0).",
+                                          "[Modem] Signal changed '72' (dev=cdc-wdm0)."]
+    assert "[Wifi] SSID not configured. Will not attempt to connect." in lines
+
+
+def test_state_changes(world):
+    """Only changes of the coarse state are told; the cable counts, and the last word is the right one."""
+    service = world.run()
+    client, sim = world.client, world.sim
+    connected = client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected").document
+    assert connected["ipv4"]["address"] and connected["ipv4"]["dns0"]
+    client.wait("modem/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"])
+    client.settle()
+    states = [line for line in service.lines() if line.startswith("[Ethernet] State changed")]
+    assert [line.split()[3] for line in states] == ["Connecting", "Connected"]
+    assert client.wait("status", lambda d: d["stateStr"] == "Connected").document["primaryConnection"]
+
+    client.forget()
+    sim.set_carrier("eth0", False)
+    unplugged = client.wait("ethernet/state").document
+    assert (unplugged["state"], unplugged["ipv4"], unplugged["reasonStr"]) == (1, None, "CarrierReason")
+    assert "[Ethernet] State changed: Unavailable (dev=eth0, reason=CarrierReason)." in service.lines()
+    sim.set_carrier("eth0", True)
+    client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"]["address"])
+
+    client.forget()
+    sim.hang_up()
+    assert client.wait("modem/state", lambda d: d["state"] != 4).document["ipv4"] is None
+    sim.disconnect("eth0")
+    lost = until(lambda: [m for m in client.on("status") if m.document["primaryConnection"] is None], "loss")
+    assert lost[0].retained is False
+    sim.set_managed("wlan0", False)
+    service.wait_log("[Wifi] Device is no longer managed (name=wlan0).")
+    sim.rename_device("br0", "br7")
+    service.wait_log("[Bridge] Device interface name changed: br7.")
+
+
+def test_hotplug(world):
+    """A device that is plugged in is loaded after a second; one that leaves is only logged."""
+    service = world.run()
+    path = world.sim.add_device("wired", interface="eth7")
+    world.client.wait("ethernet/state", lambda d: d["interface"] == "eth7")
+    assert f"Device added: Ethernet (dev=eth7, active=0, managed=1)" in service.lines()
+    world.client.settle()
+    world.sim.remove_device("eth7")
+    service.wait_log(f"Device removed: {path}")
+    assert world.client.ask("ethernet/state/get", {"interface": "eth7"}, "error")["error"].endswith(": eth7")
+    world.sim.add_device("wired", interface="eth8")
+    world.sim.remove_device("eth8")  # gone before its second is over
+    service.wait_log("Started monitoring device", 6)
+    world.client.settle()
+
+
+def test_wifi_changes(world):
+    """A new network is published at once, a point of a known one is only logged, one that leaves stays away."""
+    service = world.run()
+    client, sim = world.client, world.sim
+    client.forget()
+    point = sim.add_access_point(ssid="New %s", security="wpa2", strength=61)
+    networks = client.wait("wifi/networks").document["networks"]
+    assert [n["signalStrength"] for n in networks if n["ssid"] == "New %s"] == [61]
+    assert "[Wifi] AccessPoint 'New %s' appeared (dev=wlan0, signal=61%)." in service.lines()
+    assert "[Wifi] Network 'New %s' found (dev=wlan0, signal=61%)." in service.lines()
+    client.settle()
+    client.forget()
+    second = sim.add_access_point(ssid="New %s", security="wpa2", strength=70)
+    service.wait_log("signal=70%)")
+    client.settle()
+    assert not client.on("wifi/networks") and not client.on("wifi/aps")
+    networks = {n["ssid"]: n for n in client.ask("wifi/networks/get")["networks"]}
+    assert len(networks["New %s"]["accessPoints"]) == 2
+    assert networks["New %s"]["referenceAP"]["signalStrength"] == 70
+    for gone in (point, second):
+        sim.remove_access_point(gone)
+    until(lambda: "New %s" not in {n["ssid"] for n in client.ask("wifi/networks/get")["networks"]}, "gone")
+
+
+def test_scan_timer(world):
+    """Each half minute a scan; refused, it is logged and nothing is published."""
+    service = world.run()
+    world.sim.add_access_point(ssid="Found by scan", security="none", on_scan=True)
+    world.sim.fail_method(NM + ".Device.Wireless.RequestScan", NM + ".Device.NotAllowed",
+                          "Scanning not allowed at this time")
+    world.client.forget()
+    service.wait_log("[Wifi] Failed to scan for Wifi networks: Scanning not allowed at this time")
+    assert "[Wifi] Scanning for  Wifi networks." in service.lines()
+    world.client.settle()
+    assert not world.client.on("wifi/aps")
+    aps = world.client.wait("wifi/aps").document  # of the next tick
+    assert aps["interface"] == "wlan0"
+    world.client.wait("wifi/networks", lambda d: "Found by scan" in {n["ssid"] for n in d["networks"]})
+
+
+@pytest.mark.parametrize("wired", [True, False])
+def test_service_restarts(world, wired):
+    """NetworkManager and ModemManager come late, restart and vanish; nothing is wired twice afterwards."""
+    client, sim = world.client, world.sim
+    if not wired:
+        sim.stop("nm")
+        sim.stop("mm")
+    service = world.run()
+    if not wired:
+        assert client.ask("status/get")["stateStr"] == "Unknown"
+        sim.start("mm")
+        sim.start("nm")
+        client.wait("modem/state")
+    client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected")
+    for _ in range(2):
+        client.settle()
+        client.forget()
+        sim.restart("nm", 50)
+        client.wait("modem/signal")
+        client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected")
+        client.wait("status", lambda d: d["stateStr"] == "Connected")
+    sim.restart("mm", 50)
+    client.forget()
+    until(lambda: client.ask("modem/state/get", {}).get("device"), "modem is back")
+    client.wait("modem/signal")
+    client.settle()
+    client.forget()
+    sim.set_signal(13)
+    client.wait("modem/signal", lambda d: d["quality"] == 13)
+    sim.set_carrier("eth0", False)
+    client.wait("ethernet/state", lambda d: d["state"] == 1)
+    client.settle()
+    assert len(client.on("modem/signal")) == 1 and len(client.on("ethernet/state")) == 1
+    assert service.alive
+
+
+def test_unknown_modem(world):
+    """A modem that ModemManager does not know: the members of NetworkManager alone, and no signal."""
+    world.sim.set_options(autoconnect=False)
+    world.sim.set_property(world.sim.device("cdc-wdm0")["path"], NM + ".Device", "Udi", "/nowhere")
+    world.run({"Modem/id": ""})
+    state = world.client.wait("modem/state").document
+    assert set(state) == {"interface", "type", "typeStr", "state", "stateStr", "reason", "reasonStr", "ipv4"}
+    assert world.client.wait("modem/signal").document == {
+        "interface": "cdc-wdm0", "quality": 0, "accessTechnologies": []}
+
+
+def test_errors_of_every_call(world):
+    """NetworkManager refuses all that it can: logged, documents go on."""
+    for member in ("Settings.Connection.GetSecrets", "Settings.Connection.Update", "AddAndActivateConnection",
+                   "ActivateConnection", "Device.Wireless.RequestScan"):
+        world.sim.fail_method(f"{NM}.{member}", NM + ".PermissionDenied", "no %s for you", times=-1)
+    service = world.run({"Wifi/ssid": "Cafe"})
+    assert "[Ethernet] Failed to create connection 'Ethernet' : no %s for you" in service.lines()
+    assert world.client.ask("wifi/state/get")["interface"] == "wlan0"

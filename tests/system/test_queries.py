@@ -1,0 +1,83 @@
+"""Every query with every kind of interface name."""
+import pytest
+from conftest import PROFILE, until
+
+QUERIES = {
+    "ethernet/state/get": "eth0", "ethernet/config/get": "eth0", "wifi/state/get": "wlan0",
+    "wifi/config/get": "wlan0", "wifi/aps/get": "wlan0", "wifi/networks/get": "wlan0",
+    "modem/state/get": "cdc-wdm0", "modem/config/get": "cdc-wdm0"}
+KINDS = {"ethernet": "Ethernet", "wifi": "Wifi", "modem": "Modem"}
+
+
+def test_queries(world):
+    service = world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
+    client = world.client
+    world.sim.add_device("wired", interface="eth1")
+    client.wait("ethernet/state", lambda d: d["interface"] == "eth1")
+    for command, right in QUERIES.items():
+        for data in (None, {}, {"interface": right}, {"interface": 7}, {"interface": ["x"]}, []):
+            assert client.ask(command, data)["interface"] == right
+        assert f"Command Received : {command}" in service.lines()
+        wrong = "br0" if command.startswith("modem") else "cdc-wdm0"
+        for name in (wrong, right.upper(), "no%such"):
+            error = client.ask(command, {"interface": name}, "error")
+            assert error == {"command": command, "error": f"Invalid device specified: {name}"}
+            kind = KINDS[command.split("/")[0]]
+            assert f"ERROR: Could not find device with name={name} and type={kind}" in service.lines()
+    assert client.ask("ethernet/config/get", {"interface": "eth1"})["interface"] == "eth1"
+    assert client.ask("modem/stats/get", {"interface": "cdc-wdm0"}) == {}
+    assert client.ask("modem/stats/get", {"interface": "eth0"}, "error")["command"] == "modem/stats/get"
+
+
+def test_queries_ask_networkmanager_for_secrets_only(world):
+    world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
+    for kind in KINDS:
+        world.client.wait(f"{kind}/state", lambda d: d["stateStr"] == "Connected")
+    for command in QUERIES:  # what is read for the first time is read once
+        world.client.ask(command)
+    world.sim.reset_calls()
+    for command in (*QUERIES, "status/get", "info/get"):
+        world.client.ask(command)
+    assert {call["member"] for call in world.sim.calls()} == {PROFILE + ".GetSecrets"}
+    assert world.sim.count_calls(PROFILE + ".GetSecrets") == 2
+
+
+@pytest.mark.parametrize("secrets, wifi, modem", [
+    ("refused", {"ssid": "Cafe"}, {"password": "", "pin": ""}),
+    ("slow", {"ssid": "Cafe", "key": "12345678"}, {"password": "word", "pin": "1234"}),
+    ("empty", {"ssid": "Cafe"}, {"password": "", "pin": ""})])
+def test_secrets(world, secrets, wifi, modem):
+    """Configuration documents come from NetworkManager, whatever becomes of the question for secrets."""
+    world.sim.set_options(autoconnect=False)
+    with_secrets = secrets != "empty"
+    world.sim.add_profile({
+        "connection": {"id": "held", "type": "802-11-wireless"}, "802-11-wireless": {"ssid": "Cafe"},
+        "802-11-wireless-security": dict({"key-mgmt": "wpa-psk"}, **({"psk": "12345678"} if with_secrets else {})),
+        "ipv4": {"method": "auto"}})
+    world.sim.add_profile({
+        "connection": {"id": "cell", "type": "gsm"}, "ipv4": {"method": "auto"},
+        "gsm": dict({"apn": "net", "username": "me", "network-id": "00101"},
+                    **({"password": "word", "pin": "1234"} if with_secrets else {}))})
+    if secrets == "refused":
+        world.sim.fail_method(PROFILE + ".GetSecrets", PROFILE + ".PermissionDenied", "no", times=-1)
+    if secrets == "slow":
+        world.sim.delay_method(PROFILE + ".GetSecrets", 700)
+    world.run({"Ethernet/id": "", "Modem/id": ""})
+    expected = {"interface": "wlan0", "method": "auto", **wifi}
+    assert world.client.ask("wifi/config/get") == expected
+    assert world.client.ask("modem/config/get") == {
+        "interface": "cdc-wdm0", "method": "auto", "apn": "net", "username": "me", "networkId": "00101", **modem}
+    assert world.client.ask("ethernet/config/get") == {"interface": "eth0", "method": "unknown"}
+
+
+def test_thousand_access_points_do_not_go_stale(world):
+    """A bus connection has 512 match rules; every point's strength must follow all the same."""
+    world.sim.clear_access_points()
+    world.sim.add_access_points(1000, 250)
+    world.run()
+    world.sim.strength_burst(3)
+    held = {p["bssid"]: p["strength"] for p in world.sim.access_points()}
+
+    def published():
+        return {p["hardwareAddress"]: p["signalStrength"] for p in world.client.ask("wifi/aps/get")["aps"]}
+    until(lambda: published() == held, "all strengths are right")
