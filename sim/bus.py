@@ -274,8 +274,8 @@ class Bus:
             raise DBusError(_ERROR + "UnknownMethod", f"No such {what}")
         name, in_signature, out_signature = entry
         if message.get_signature() != in_signature:
-            raise DBusError(_ERROR + "InvalidArgs", f"Type of message, “({message.get_signature()})”, does not match "
-                                                    f"expected type “({in_signature})”")
+            raise DBusError(_ERROR + "InvalidArgs", f"Type of message, “({message.get_signature()})”, does not "
+                                                    f"match expected type “({in_signature})”")
         result = getattr(target, name)(*args)
         if not out_signature:
             return "", ()

@@ -52,7 +52,11 @@ class Control(BusObject):
 
     @method(SIM, "s")
     def SetOptions(self, options):
-        self.world.options.update(json.loads(options))
+        values = json.loads(options)
+        for name in values:
+            if name not in self.world.options:
+                raise _not_found("option", name)
+        self.world.options.update(values)
 
     @method(SIM, "", "s")
     def GetOptions(self):
@@ -70,7 +74,7 @@ class Control(BusObject):
         if service == "nm":
             self.world.nm.stop()
         else:
-            self.world.stop_modem_manager()
+            self.world.stop_modem_manager(alone=service == "mm-alone")
 
     @method(SIM, "su")
     def Restart(self, service, gap_ms):

@@ -96,12 +96,18 @@ class Modem(BusObject):
                  data_interface="wwan0", imei="352099001761481", meid="A10000009296F2", esn="80A1B2C3",
                  imsi="262990123456789", sim_identifier="8949990000000012345", operator_code="26299",
                  operator_name="Testnet", manufacturer="Simulated Radios", model="SR-4G", revision="1.2.3",
-                 device_identifier="5e2c0a8d3f4b7c6a91e0d8b2f7a4c3e1d0b9a8f7", signal=72, technologies=("lte",)):
-        """gsm, ussd, cdma, sim: what it has; bearer: whether a connection has a bearer; signal in percent."""
+                 device_identifier="5e2c0a8d3f4b7c6a91e0d8b2f7a4c3e1d0b9a8f7", signal=72, technologies=("lte",),
+                 known=True):
+        """
+        gsm, ussd, cdma, sim  which of these it has;  bearer  whether a connection has a bearer
+        known                 False: NetworkManager has a device for it, but ModemManager does not show it
+        signal                percent
+        """
         self.properties = {i: names for i, names in type(self).properties.items()
                            if {MODEM_3GPP: gsm, USSD: gsm and ussd, CDMA: cdma}.get(i, True)}
-        super().__init__("")
+        super().__init__(BASE + "/Modem/99")
         self.service = service
+        self.known = known
         self.gsm, self.ussd, self.cdma, self.has_sim, self.has_bearer = gsm, ussd, cdma, sim, bearer
         self.control_port, self.data_interface = control_port, data_interface
         self.imei, self.meid, self.esn = imei, meid, esn
@@ -116,11 +122,16 @@ class Modem(BusObject):
         self.bearer = None
         self.refuses = 0  # device state reason with which the next connections fail, 0 for none
 
+    @property
+    def capabilities(self):
+        """MMModemCapability bits, which are NetworkManager's as well."""
+        return (CAPABILITY_GSM_UMTS | CAPABILITY_LTE if self.gsm else 0) | (CAPABILITY_CDMA if self.cdma else 0)
+
     def appear(self):
         self.path = self.service.new_path("Modem")
         self.bearer = None
         self.sim = Sim(self.service.new_path("SIM"), self) if self.has_sim else None
-        capabilities = (CAPABILITY_GSM_UMTS | CAPABILITY_LTE if self.gsm else 0) | (CAPABILITY_CDMA if self.cdma else 0)
+        capabilities = self.capabilities
         self.init(
             MODEM, Sim=self.sim.path if self.sim else "/", SimSlots=[], PrimarySimSlot=0, Bearers=[],
             SupportedCapabilities=[capabilities], CurrentCapabilities=capabilities, MaxBearers=1, MaxActiveBearers=1,
@@ -160,18 +171,20 @@ class Modem(BusObject):
 
     def set_signal(self, percent, recent=True):
         self.signal = percent
-        self.set(SignalQuality=(percent, recent))
+        if self.bus:
+            self.set(SignalQuality=(percent, recent))
 
     def set_technologies(self, words_or_bits):
         self.technologies = technology_bits(words_or_bits)
-        self.set(AccessTechnologies=self.technologies)
+        if self.bus:
+            self.set(AccessTechnologies=self.technologies)
 
     # data connection, also asked for by NetworkManager's modem device
 
     def connect_data(self):
         """Connects; returns 0 or the reason why not."""
         if self.refuses or not self.bus:
-            return self.refuses or 57  # modem failed
+            return self.refuses
         if self.has_bearer:
             if not self.bearer:
                 self.bearer = Bearer(self.service.new_path("Bearer"), self)
@@ -266,7 +279,8 @@ class ModemManager:
         self._numbers = {}
         self.bus.export(Service())
         for modem in self.modems:
-            modem.appear()
+            if modem.known:
+                modem.appear()
         self.bus.take_name()
 
     def stop(self):
@@ -278,10 +292,10 @@ class ModemManager:
 
     def add_modem(self, modem):
         self.modems.append(modem)
-        if self.bus:
+        if self.bus and modem.known:
             modem.appear()
 
     def remove_modem(self, modem):
         self.modems.remove(modem)
-        if self.bus:
+        if modem.bus:
             modem.disappear()

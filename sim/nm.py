@@ -58,10 +58,10 @@ class NetworkManager:
     def stop(self):
         if not self.bus:
             return
-        for device in self.devices:
-            device.switch_off()
         self.bus.close()
         self.bus = None
+        for device in self.devices:
+            device.switch_off()
         self.profiles = [p for p in self.profiles if not p.volatile]
 
     # devices

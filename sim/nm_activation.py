@@ -5,6 +5,7 @@ import time
 from . import nm_states as dev
 from .nm_active import (ACTIVATED, ACTIVATING, DEACTIVATED, DEACTIVATING, REASON_DEVICE_DISCONNECTED,
                         ActiveConnection, Dhcp4Config)
+from .nm_settings import AUTOCONNECT_TRIES
 
 
 LAYER2_READY, IP4_READY = 4, 8  # NMActivationStateFlags
@@ -33,7 +34,6 @@ def activate(device, profile, specific_object):
     active = ActiveConnection(profile, device, specific_object)
     daemon.bus.export(active)
     daemon.manager.add_active(active)
-    profile.autoconnect_blocked = False
     device.run(_walk(device, active, in_use))
     return active
 
@@ -62,6 +62,8 @@ def drop(device, state, reason):
     active = device.active
     device.link_down()
     device.active = None
+    if active:
+        active.set(Default=False)
     device.set(ActiveConnection="/")
     if device.state != state:
         device.change_state(state, reason)
@@ -123,6 +125,7 @@ def _walk(device, active, in_use):
         if state != dev.ACTIVATED:
             yield step_ms
     active.profile.timestamp = int(time.time())
+    active.profile.autoconnect_tries = AUTOCONNECT_TRIES
     # The daemon hands the IP configuration to the active connection only after it reported Activated.
     yield step_ms
     active.set(Ip4Config=device.ip4.path)
@@ -133,7 +136,10 @@ def _walk(device, active, in_use):
 
 
 def _fail(device, active, reason):
-    active.profile.autoconnect_blocked = True
+    if reason == dev.NO_SECRETS:
+        active.profile.autoconnect_tries = 0
+    elif device.state < dev.ACTIVATED:
+        active.profile.autoconnect_tries = max(0, active.profile.autoconnect_tries - 1)
     device.change_state(dev.FAILED, reason)
     yield device.daemon.options["step_ms"]
     drop(device, dev.DISCONNECTED, dev.NONE)

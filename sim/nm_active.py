@@ -32,9 +32,9 @@ class ActiveConnection(BusObject):
         self.device = device
         self.begun = False  # until the device takes it up it only waits, though its State says activating
         self.init(Connection=profile.path, SpecificObject=specific_object, Id=profile.name, Uuid=profile.uuid,
-                  Type=profile.kind, Devices=[device.path], State=ACTIVATING, StateFlags=0, Default=False, Ip4Config="/",
-                  Dhcp4Config="/", Default6=False, Ip6Config="/", Dhcp6Config="/", Vpn=False, Controller="/",
-                  Master="/")
+                  Type=profile.kind, Devices=[device.path], State=ACTIVATING, StateFlags=0, Default=False,
+                  Ip4Config="/", Dhcp4Config="/", Default6=False, Ip6Config="/", Dhcp6Config="/", Vpn=False,
+                  Controller="/", Master="/")
 
     @property
     def state(self):

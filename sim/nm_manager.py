@@ -170,7 +170,7 @@ class Manager(BusObject):
         in_use = [a.profile for a in self.actives]
         paths = list(device.get("AvailableConnections"))
         fitting = [p for p in self.daemon.profiles if p.path in paths and p not in in_use and
-                   not p.autoconnect_blocked and p.group("connection").get("autoconnect", True)]
+                   p.autoconnect_tries and p.group("connection").get("autoconnect", True)]
         best = max(fitting, key=lambda p: (p.group("connection").get("autoconnect-priority", 0), p.timestamp),
                    default=None)
         if best:
@@ -257,7 +257,7 @@ class Manager(BusObject):
         active = next((a for a in self.actives if a.path == path), None)
         if active is None:
             raise DBusError(MANAGER + ".ConnectionNotActive", "The connection was not active.")
-        active.profile.autoconnect_blocked = True
+        active.profile.autoconnect_tries = 0
         nm_activation.deactivate(active.device, USER_REQUESTED)
 
     # D-Bus: questions

@@ -5,6 +5,7 @@ texts. What the daemon adds on top (strict types, secrets rules) is here.
 """
 import ipaddress
 import sys
+import uuid
 
 import gi
 
@@ -112,7 +113,8 @@ def _guess(value):
     if isinstance(value, dict):
         return dbus.Dictionary({k: _guess(v) for k, v in value.items()}, signature="sv")
     if isinstance(value, list):
-        return dbus.Array([_guess(v) for v in value], signature="a{sv}" if not value or isinstance(value[0], dict) else "s")
+        texts = value and isinstance(value[0], str)
+        return dbus.Array([_guess(v) for v in value], signature="s" if texts else "a{sv}")
     return dbus.String(value)
 
 
@@ -165,22 +167,38 @@ def readable(settings):
     return {str(g): dict(keys) for g, keys in settings.items()} if known else {}
 
 
-def parse(settings, strict=True, with_secrets=True):
+def parse(settings, check=True, with_secrets=True):
     """Reads and verifies a settings map as AddConnection does; returns an NM.SimpleConnection or raises DBusError.
 
-    strict        also check what libnm's public parser is lenient about
+    check         False takes whatever can be read at all
     with_secrets  verify the secrets too; AddAndActivateConnection does not
     """
-    if strict:
+    if check:
         _check_types(settings)
-    settings = {g: {k: v for k, v in keys.items() if not _overruled(g, k, keys)} for g, keys in settings.items()}
+    variant = to_variant({g: {k: v for k, v in keys.items() if not _overruled(g, k, keys)}
+                          for g, keys in settings.items()})
     try:
-        connection = NM.SimpleConnection.new_from_dbus(to_variant(settings))
+        if not check:
+            return _parse_unchecked(variant)
+        connection = NM.SimpleConnection.new_from_dbus(variant)
         connection.verify()
         if with_secrets:
             connection.verify_secrets()
+        return connection
     except GLib.Error as failure:
         raise _error(failure) from None
+
+
+def _parse_unchecked(variant):
+    connection = NM.SimpleConnection.new()
+    connection.replace_settings(variant)
+    group = connection.get_setting_connection()
+    if group and not group.get_uuid():
+        group.set_property("uuid", str(uuid.uuid4()))
+    try:
+        connection.normalize(None)
+    except GLib.Error:
+        pass  # what it lacks it lacks
     return connection
 
 
@@ -189,7 +207,7 @@ def _overruled(group, key, keys):
 
 
 def settings_map(connection):
-    """The settings without secrets, as GetSettings gives them: old-style addresses, routes and name servers included."""
+    """The settings without secrets, as GetSettings gives them: with addresses, routes, name servers in both styles."""
     settings = from_variant(connection.to_dbus(NM.ConnectionSerializationFlags.WITH_NON_SECRET))
     for group, codec in (("ipv4", _V4), ("ipv6", _V6)):
         if group in settings:

@@ -14,6 +14,9 @@ UPDATE2_IN_MEMORY = 0x2 | 0x4 | 0x8
 ADD2_BLOCK_AUTOCONNECT = 0x20
 
 
+AUTOCONNECT_TRIES = 4  # failed ones, until the profile is left alone
+
+
 class Profile(BusObject):
     """One profile. `connection` is libnm's object and holds the secrets as well."""
 
@@ -26,7 +29,7 @@ class Profile(BusObject):
         self.use(connection)
         self.flags = flags
         self.timestamp = 0  # seconds since the epoch of the last successful activation
-        self.autoconnect_blocked = False  # after a failure or a deactivation by a client
+        self.autoconnect_tries = AUTOCONNECT_TRIES  # left; 0 after a deactivation by a client as well
 
     def use(self, connection):
         self.connection = connection
@@ -116,7 +119,8 @@ class Profile(BusObject):
     @method(CONNECTION, "s", "a{sa{sv}}")
     def GetSecrets(self, group):
         if group not in self.settings:
-            raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound", f"Connection didn't have requested setting '{group}'.")
+            raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound",
+                            f"Connection didn't have requested setting '{group}'.")
         secrets = nm_profile.secrets_map(self.connection)
         if group not in secrets:
             raise DBusError(NO_SECRETS, "No agents were available for this request.")
@@ -211,7 +215,8 @@ class Settings(BusObject):
     @method(SETTINGS, "a{sa{sv}}ua{sv}", "oa{sv}")
     def AddConnection2(self, settings, flags, _args):
         profile = self.new(settings, FLAG_UNSAVED if flags & UPDATE2_IN_MEMORY else 0)
-        profile.autoconnect_blocked = bool(flags & ADD2_BLOCK_AUTOCONNECT)
+        if flags & ADD2_BLOCK_AUTOCONNECT:
+            profile.autoconnect_tries = 0
         self.store(profile)
         return profile.path, {}
 

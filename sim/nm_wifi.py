@@ -24,8 +24,6 @@ SECURITIES = {
 }
 MODES = {"unknown": 0, "adhoc": 1, "infra": 2, "apmode": 3}
 
-_bssids = itertools.count(1)
-
 
 class AccessPoint(BusObject):
     """One access point in range of one device."""
@@ -33,6 +31,7 @@ class AccessPoint(BusObject):
     properties = {ACCESS_POINT: {
         "Flags": "u", "WpaFlags": "u", "RsnFlags": "u", "Ssid": "ay", "Frequency": "u", "HwAddress": "s",
         "Mode": "u", "MaxBitrate": "u", "Strength": "y", "LastSeen": "i"}}
+    numbers = itertools.count(1)  # for BSSIDs
 
     def __init__(self, ssid, security="none", strength=60, frequency=2412, bssid="", bitrate=54000, mode="infra",
                  key=None, flags=None, wpa_flags=None, rsn_flags=None):
@@ -43,7 +42,7 @@ class AccessPoint(BusObject):
         flags, wpa_flags, rsn_flags  override what `security` stands for
         """
         super().__init__("")
-        number = next(_bssids)
+        number = next(AccessPoint.numbers)
         self.ssid = ssid.encode() if isinstance(ssid, str) else bytes(ssid)
         self.key = key
         self.bssid = bssid or "02:AA:%02X:%02X:%02X:%02X" % tuple(number.to_bytes(4, "big"))
@@ -89,12 +88,18 @@ class WifiDevice(Device):
 
     def disappear(self):
         bus = self.daemon.bus
+        self._stop_scan()
         super().disappear()
         for point in self.access_points:
             bus.unexport(point)
 
     def switch_off(self):
         super().switch_off()
+        self._stop_scan()
+        self.access_points = [p for p in self.access_points if p is not self._placeholder]
+        self.point = self._placeholder = None
+
+    def _stop_scan(self):
         if self._scan:
             self._scan.cancel()
         self._scan = None

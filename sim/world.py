@@ -1,8 +1,10 @@
 """The simulated gateway as a whole, and the hardware it has when nothing else is asked for."""
+import itertools
+
 from .calls import Calls
 from .mm import Modem, ModemManager
 from .nm import NetworkManager
-from .nm_devices import BridgeDevice, GenericDevice, LoopbackDevice, ModemDevice, WiredDevice
+from .nm_kinds import BridgeDevice, GenericDevice, LoopbackDevice, ModemDevice, WiredDevice
 from .nm_wifi import AccessPoint, WifiDevice
 
 DEFAULT_OPTIONS = {
@@ -12,7 +14,7 @@ DEFAULT_OPTIONS = {
     "scan_ms": 60,  # a wifi scan
     "search_ms": 500,  # how long a wifi network that is not in range is searched
     "autoconnect": True,  # profiles with autoconnect connect by themselves
-    "validate": True,  # strict D-Bus types in settings maps
+    "validate": True,  # profiles are verified; False: whatever can be read is taken
 }
 
 # One access point per outcome of a client's security question, and the odd ones.
@@ -65,7 +67,7 @@ class World:
 
     def build(self, empty=False):
         """Puts the default hardware together; to be called before start()."""
-        self.nm.options = self.options
+        AccessPoint.numbers = itertools.count(1)
         self.nm.add_device(LoopbackDevice(self.nm, "lo", "00:00:00:00:00:00"))
         if empty:
             return
@@ -108,9 +110,14 @@ class World:
             return
         self.mm.start()
         for modem in self.mm.modems:
-            self.nm.add_device(modem.device)
+            if modem.device not in self.nm.devices:
+                self.nm.add_device(modem.device)
 
-    def stop_modem_manager(self):
+    def stop_modem_manager(self, alone=False):
+        """ModemManager goes; NetworkManager drops its modem devices, unless `alone` has it not notice yet."""
+        if alone:
+            self.mm.stop()
+            return
         for device in [d for d in self.nm.devices if isinstance(d, ModemDevice)]:
             self.nm.remove_device(device)
         self.mm.stop()
