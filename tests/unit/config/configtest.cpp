@@ -63,7 +63,6 @@ private Q_SLOTS:
     void init();
     void newFileHoldsTheDefaults();
     void oneKeyIsEnoughAndNothingIsRewritten();
-    void valuesAreConverted_data();
     void valuesAreConverted();
     void unusableFileLeavesTheDefaults_data();
     void unusableFileLeavesTheDefaults();
@@ -112,47 +111,36 @@ void ConfigTest::oneKeyIsEnoughAndNothingIsRewritten()
     QCOMPARE(contentOf(path()), content);
 }
 
-void ConfigTest::valuesAreConverted_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::addColumn<int>("index"); // in the table of values
-    QTest::addColumn<QString>("value");
-    const auto row = [](const char* line, int index, const char* value) {
-        QTest::newRow(line) << QByteArray(line) << index << QString::fromUtf8(value);
-    };
-    for (const auto& [text, port] : {std::pair("70000", "4464"),
-                                     {"65536", "0"},
-                                     {"broker", "0"},
-                                     {"-1", "0"},
-                                     {"", "0"},
-                                     {"18 83", "0"}})
-        row(qPrintable(QStringLiteral("Mqtt/port=%1").arg(text)), 1, port);
-    for (const auto& [text, flag] : {std::pair("false", "false"),
-                                     {"FALSE", "false"},
-                                     {"0", "false"},
-                                     {"", "false"},
-                                     {"no", "true"},
-                                     {"yes", "true"},
-                                     {"1", "true"},
-                                     {"00", "true"}})
-        row(qPrintable(QStringLiteral("Ethernet/autocon=%1").arg(text)), 6, flag);
-    row("Modem/usageSec=0", 36, "0");
-    row("Modem/usageSec=", 36, "0");
-    row("Modem/usageSec=often", 36, "0");
-    row("Modem/usageSec=-1", 36, "4294967295"); // deliberate: signed text, unsigned field
-    row("Modem/usageSec=4294967295", 36, "4294967295"); // what saving the row above writes
-    row("Wifi/key=\"a;b, c\"", 16, "a;b, c");
-    row("Wifi/ssid=", 15, "");
-    row("Ethernet/method=Nonsense", 7, "Nonsense");
-}
-
 void ConfigTest::valuesAreConverted()
 {
-    QFETCH(QByteArray, line);
-    QFETCH(int, index);
-    const int slash = line.indexOf('/');
-    const QStringList values = readFrom("[" + line.left(slash) + "]\n" + line.mid(slash + 1) + "\n");
-    QTEST(values.at(index), "value");
+    constexpr int port = 1, autocon = 6, method = 7, ssid = 15, key = 16, usageSec = 36; // in valuesOf()
+    const struct {
+        int index;
+        const char *group, *line, *value;
+    } rows[] = {
+        {port, "Mqtt", "port=70000", "4464"},
+        {port, "Mqtt", "port=-1", "0"},
+        {port, "Mqtt", "port=broker", "0"},
+        {port, "Mqtt", "port=", "0"},
+        {autocon, "Ethernet", "autocon=FALSE", "false"},
+        {autocon, "Ethernet", "autocon=0", "false"},
+        {autocon, "Ethernet", "autocon=", "false"},
+        {autocon, "Ethernet", "autocon=no", "true"},
+        {autocon, "Ethernet", "autocon=yes", "true"},
+        {usageSec, "Modem", "usageSec=0", "0"},
+        {usageSec, "Modem", "usageSec=", "0"},
+        {usageSec, "Modem", "usageSec=often", "0"},
+        {usageSec, "Modem", "usageSec=-1", "4294967295"},
+        {usageSec, "Modem", "usageSec=4294967295", "4294967295"}, // what saving the row above writes
+        {key, "Wifi", "key=\"a;b, c\"", "a;b, c"},
+        {ssid, "Wifi", "ssid=", ""},
+        {method, "Ethernet", "method=Nonsense", "Nonsense"},
+    };
+    for (const auto& row : rows)
+        QCOMPARE(
+            row.line
+                + (":" + readFrom(QByteArray("[") + row.group + "]\n" + row.line + "\n").value(row.index)),
+            row.line + (":" + QString::fromLatin1(row.value)));
 }
 
 void ConfigTest::unusableFileLeavesTheDefaults_data()
