@@ -7,7 +7,6 @@ from gi.repository import GLib
 from . import nm_activation, nm_profile
 from .bus import Bus, BusObject, DBusError, method, typed
 from .calls import Calls, Rule, plain
-from .nm_states import FAILED
 from .nm_wifi import MODES, SECURITIES, AccessPoint
 
 NAME = "lanvoy.sim"
@@ -143,11 +142,7 @@ class Control(BusObject):
 
     @method(SIM, "su")
     def FailDevice(self, device, reason):
-        target = self._device(device)
-        if target.active:
-            nm_activation.fail(target, int(reason))
-        else:
-            target.change_state(FAILED, int(reason))
+        nm_activation.fail(self._device(device), int(reason))
 
     @method(SIM, "s")
     def Disconnect(self, device):
@@ -278,7 +273,8 @@ class Control(BusObject):
     def HangUp(self, device):
         modem = self._device(device, "modem")
         modem.modem.disconnect_data()
-        nm_activation.fail(modem, MODEM_NO_CARRIER)
+        if modem.active:
+            nm_activation.fail(modem, MODEM_NO_CARRIER)
 
     @method(SIM, "su")
     def RefuseModem(self, device, reason):

@@ -136,7 +136,9 @@ def _walk(device, active, in_use):
 
 
 def _fail(device, active, reason):
-    if reason == dev.NO_SECRETS:
+    if active is None:
+        pass
+    elif reason == dev.NO_SECRETS:
         active.profile.autoconnect_tries = 0
     elif device.state < dev.ACTIVATED:
         active.profile.autoconnect_tries = max(0, active.profile.autoconnect_tries - 1)
@@ -148,9 +150,8 @@ def _fail(device, active, reason):
 
 
 def fail(device, reason):
-    """Ends an activation or a connection by a failure."""
-    if device.active:
-        device.run(_fail(device, device.active, reason))
+    """Lets the device fail, whatever it is doing; it is disconnected a moment later."""
+    device.run(_fail(device, device.active, reason))
 
 
 def _method(active):
