@@ -139,9 +139,9 @@ class World(Stack):
         self.broker = self.start_broker()
         self.client = Client(self.port)
 
-    def run(self, settings=None, options=None, wait=True):
-        """Starts the service; with wait until its first round over all devices is done."""
-        self.service = Service(self, settings or {}, options)
+    def run(self, settings=(), options=None, wait=True):
+        """Starts the service, with the last file when settings is None; with wait until its first round is done."""
+        self.service = Service(self, None if settings is None else dict(settings), options)
         if wait:
             self.client.wait("info")
             self.client.settle()
