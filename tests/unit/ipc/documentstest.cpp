@@ -121,6 +121,7 @@ private Q_SLOTS:
     void documentIsTheGoldenFile_data();
     void documentIsTheGoldenFile();
     void ipv4StateListsOneAddressAndAllServers();
+    void configListsTwoServersAtMost();
     void noCarrierReportsDisconnected();
     void missingThingsAreNull();
     void usageIsRoundedToHundredths();
@@ -199,6 +200,17 @@ void DocumentsTest::ipv4StateListsOneAddressAndAllServers()
     QCOMPARE(toJson(IpConfig({first}, {}, {}, {})), QJsonValue(reported));
     QCOMPARE(toJson(IpConfig({first, second}, threeServers.mid(0, 1), {}, {})), QJsonValue(withServer));
     QCOMPARE(toJson(IpConfig({first}, threeServers, {}, {})), QJsonValue(withServers));
+}
+
+void DocumentsTest::configListsTwoServersAtMost()
+{
+    const NetworkManager::Ipv4Setting::Ptr setting(new NetworkManager::Ipv4Setting);
+    const QStringList keys[]
+        = {{"method"}, {"dns0", "method"}, {"dns0", "dns1", "method"}, {"dns0", "dns1", "method"}};
+    for (int count = 0; count <= 3; ++count) {
+        setting->setDns(threeServers.mid(0, count));
+        QCOMPARE(toJson(setting).toObject().keys(), keys[count]);
+    }
 }
 
 void DocumentsTest::noCarrierReportsDisconnected()
