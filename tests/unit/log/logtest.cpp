@@ -5,7 +5,6 @@
 #include <QRegularExpression>
 #include <QTest>
 
-
 namespace
 {
 
