@@ -66,7 +66,8 @@ bool dropStaticIpv4(NMVariantMapMap& map, const ConnectionSettings& /*settings*/
     if (group.value(QStringLiteral("method")) == QLatin1String("manual"))
         return false;
     int dropped = 0;
-    for (const char* key : {"addresses", "address-data", "gateway", "dns", "dns-data"})
+    for (const char* key :
+         {"addresses", "address-data", "gateway", "dns", "dns-data", "dns-search", "dns-options"})
         dropped += group.remove(QLatin1String(key));
     map.insert(ipv4Group, group);
     return dropped > 0;
@@ -80,7 +81,7 @@ struct Correction {
 constexpr Correction corrections[] = {
     {"gsm.password:", dropEmptyGsmSecrets}, {"gsm.pin:", dropEmptyGsmSecrets},
     {"802-11-wireless:", addWirelessGroup}, {"ipv4.addresses:", dropStaticIpv4},
-    {"ipv4.gateway:", dropStaticIpv4},      {"ipv4.dns:", dropStaticIpv4},
+    {"ipv4.gateway:", dropStaticIpv4},      {"ipv4.dns", dropStaticIpv4},
 };
 
 } // namespace

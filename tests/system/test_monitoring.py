@@ -45,6 +45,7 @@ def test_state_changes(world):
     client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"]["address"])
 
     client.forget()
+    sim.set_options(autoconnect=False)
     sim.hang_up()
     assert client.wait("modem/state", lambda d: d["state"] != 4).document["ipv4"] is None
     sim.disconnect("eth0")

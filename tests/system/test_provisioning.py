@@ -10,6 +10,8 @@ ACTIVATE = NM + ".ActivateConnection"
 SECRETS = PROFILE + ".GetSecrets"
 CLEAR = PROFILE + ".ClearSecrets"
 STATIC = {"method": "manual", "address": "10.0.0.5", "netmask": "255.255.255.0"}
+# Messages about the device that come by themselves.
+MEANWHILE = ("State changed", "Publishing Data", "Started monitoring Data", "Stopped monitoring Data")
 INTERFACES = {"ethernet": "eth0", "wifi": "wlan0", "modem": "cdc-wdm0"}
 
 
@@ -24,7 +26,7 @@ def provision(world, kind, fields):
     lines = [line[len(tag):] for line in service.lines()[seen:] if line.startswith(tag)]
     requests = [(call["member"], call["args"]) for call in world.sim.calls()
                 if call["member"] in (UPDATE, ADD, ACTIVATE, SECRETS, CLEAR)]
-    return [line for line in lines if not line.startswith("State changed")], requests
+    return [line for line in lines if not line.startswith(MEANWHILE)], requests
 
 
 def members(requests):

@@ -1,0 +1,176 @@
+"""Documents as a whole: golden files, and the schemas and the README that integrators code against."""
+import datetime
+import json
+import re
+
+import jsonschema
+import pytest
+from conftest import ROOT, until
+
+SCHEMAS = {file.stem: json.loads(file.read_text()) for file in (ROOT / "docs/schema").glob("*.json")}
+GOLDEN = ROOT / "tests/golden"
+DOCUMENTS = GOLDEN / "documents"
+README = (ROOT / "README.md").read_text()
+
+
+def found(pattern, file):
+    return re.findall(pattern, (ROOT / file).read_text(), re.S)
+
+
+TOPICS = found(r'= \{"(\S+)", (\d), (\w+)\};', "src/ipc/topics.h")
+COMMANDS = found(r'\{QStringLiteral\("(\S+)"\), &', "src/engine/engine_commands.cpp")
+QUERIES = [command for command in COMMANDS if command.endswith("/get")]
+FULL = {"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse", "Modem/username": "me", "Modem/pin": "1234"}
+
+
+def schema_of(topic):
+    return "query" if topic.endswith("/get") else topic.replace("/", "-")
+
+
+def faults(name, document):
+    resolver = jsonschema.RefResolver.from_schema(SCHEMAS[name], store={s["$id"]: s for s in SCHEMAS.values()})
+    validator = jsonschema.Draft202012Validator(SCHEMAS[name], resolver=resolver,
+                                                format_checker=jsonschema.FormatChecker())
+    return [f"{error.json_path}: {error.message}" for error in validator.iter_errors(document)]
+
+
+def checked(client, command, data=None):
+    """Asks and returns the answer, which has to fit its schema."""
+    document = client.ask(command, data)
+    assert faults(schema_of(command.removesuffix("/get")), document) == []
+    return document
+
+
+def test_nothing_is_undocumented():
+    for schema in SCHEMAS.values():
+        jsonschema.Draft202012Validator.check_schema(schema)
+    topics = [topic for topic, _, _ in TOPICS] + COMMANDS
+    keys = found(r'\{"(\w+/\w+)", &[^,]+, "?(.*?)"?\}', "src/config/config_file.cpp")
+    assert len(TOPICS) == 13 and len(COMMANDS) == 14 and len(keys) == 37
+    assert {schema_of(topic) for topic in topics} | {"common"} == set(SCHEMAS)
+    for topic, qos, retain in TOPICS:
+        assert f"| `{topic}` | {qos} | {'yes' if retain == 'true' else 'no'} |" in README
+    assert [command for command in COMMANDS if f"`{command}`" not in README] == []
+    for key, default in keys:
+        assert f"| `{key}` | {f'`{default}` ' if default else ''}|" in README
+
+
+def test_default_world(world):
+    """Every document of a connected gateway, byte for byte."""
+    month = datetime.date.today().replace(day=1)
+    last = month - datetime.timedelta(days=1)
+    (world.folder / "stats").mkdir()
+    (world.folder / "stats/modem.ini").write_text(
+        f"[{last:%Y-%m}]\nrxbytes=2344000\ntxbytes=3000000000\n[{month:%Y-%m}]\nrxbytes=1536000000\ntxbytes=5000\n")
+    world.run(FULL)
+    client = world.client
+    for kind in ("ethernet", "wifi", "modem"):
+        client.wait(f"{kind}/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"])
+    until(lambda: client.ask("status/get")["connectivityStr"] == "Full", "connectivity")
+    for command in QUERIES:
+        client.ask(command)
+    client.ask("nothing/get", answer="error")
+    for topic, _, _ in TOPICS:
+        text = client.on(topic)[-1].text
+        text = text.replace(f"{last:%Y-%m}", "2021-08").replace(f"{month:%Y-%m}", "2021-09")
+        golden = (DOCUMENTS / f"{schema_of(topic)}.json").read_text()
+        if topic == "wifi/networks":  # the library keeps networks and their points in no order
+            text, golden = sorted_networks(text), sorted_networks(golden)
+        assert text == golden
+
+
+def sorted_networks(text):
+    document = json.loads(text)
+    document["networks"].sort(key=lambda network: network["ssid"])
+    for network in document["networks"]:
+        network["accessPoints"].sort(key=lambda point: point["hardwareAddress"])
+    return document
+
+
+def broken(node):
+    """Breaks one place after another in a document, mends it again, and names the place."""
+    if isinstance(node, dict):
+        node["surplus"] = 1
+        yield "surplus"
+        del node["surplus"]
+    for key, value in list(node.items() if isinstance(node, dict) else enumerate(node)):
+        if isinstance(value, (dict, list)):
+            yield from broken(value)
+        node[key] = 0.5 if isinstance(value, str) else "x"
+        yield key
+        node[key] = value
+
+
+@pytest.mark.parametrize("file", sorted(GOLDEN.rglob("*.json")), ids=lambda file: f"{file.parent.name}-{file.stem}")
+def test_schemas_tell_good_from_broken(file):
+    """A document fits; with any object extended or any value of another type it does not."""
+    name = max((n for n in SCHEMAS if file.stem.startswith(n)), key=len)
+    document = json.loads(file.read_text())
+    assert faults(name, document) == []
+    assert [place for place in broken(document) if not faults(name, document)] == []
+
+
+@pytest.mark.parametrize("name, change", [
+    ("ethernet-state", {"state": 3}), ("ethernet-state", {"reasonStr": "NoReason"}), ("wifi-state", {"type": 1}),
+    ("ethernet-state", {"state": 1, "stateStr": "Disconnected"}), ("status", {"connectivityStr": "full"}),
+    ("modem-state", {"signal": 101}), ("modem-signal", {"accessTechnologies": ["lte"]}),
+    ("wifi-config", {"method": "unknown", "ssid": None}), ("modem-config", {"address": "10.0.0.1"}),
+    ("error", {"error": "Bad command"}), ("query", {"device": "eth0"}), ("ethernet-config-set", {}),
+    ("ethernet-config-set", {"method": "manual", "address": "", "netmask": "255.255.255.0"}),
+    ("wifi-config-set", {"method": "auto", "ssid": "x", "gatway": "192.0.2.1"}),
+    ("modem-config-set", {"method": "auto", "apn": "x", "pin": 1234})])
+def test_schemas_know_what_belongs_together(name, change):
+    golden = DOCUMENTS / f"{name}.json"
+    assert faults(name, {**(json.loads(golden.read_text()) if golden.exists() else {}), **change})
+
+
+def test_readme_examples(world):
+    """Each example fits its schema, and each change ends up in NetworkManager as it was sent."""
+    world.run(FULL)
+    examples = re.findall(r"-t vexo/network/(\S+) -m '(.*?)'", README, re.S)
+    for topic, data in ((topic, json.loads(payload)) for topic, payload in examples):
+        assert faults(schema_of(topic), data) == []
+        world.client.send(topic, data)
+        if topic.endswith("/set"):
+            assert checked(world.client, topic.replace("/set", "/get")).items() >= data.items()
+    assert world.client.wait("error").document["error"].endswith("eth7")
+
+
+def test_states(world):
+    """Every device state, reason, overall state and connectivity: number and word belong together."""
+    world.run()
+    for reason in range(70):
+        world.sim.set_device_state("wlan0", 10 * (reason % 13), reason)
+        until(lambda: checked(world.client, "wifi/state/get")["reason"] == reason, f"reason {reason}")
+    for number in range(8):
+        world.sim.set_status(10 * number)
+        world.sim.set_connectivity(number % 5)
+        until(lambda: checked(world.client, "status/get")["connectivity"] == number % 5, f"connectivity {number}")
+
+
+def test_variants(world):
+    """Not connected, no cable, no profile, modems of all kinds, nothing in range."""
+    sim, client = world.sim, world.client
+    sim.set_options(autoconnect=False)
+    sim.set_carrier("eth0", False)
+    world.run({"Ethernet/id": "", "Modem/id": ""})
+    documents = {command: checked(client, command) for command in QUERIES}
+    assert documents["status/get"]["primaryConnection"] is None
+    assert documents["ethernet/state/get"]["stateStr"] == "Disconnected"
+    for kind in ("ethernet", "wifi", "modem"):
+        assert documents[f"{kind}/config/get"]["method"] == "unknown"
+        assert documents[f"{kind}/state/get"]["ipv4"] is None
+
+    modems = [({"cdma": True, "gsm": False}, {"cdma", "device", "sim"}), ({"known": False}, set()),
+              ({"gsm": False, "sim": False}, {"device", "sim"}), ({"ussd": False}, {"gsm", "device", "sim"})]
+    for number, (options, members) in enumerate(modems, 1):
+        data = {"interface": f"cdc-wdm{number}"}
+        sim.add_device("modem", control_port=data["interface"], **options)
+        until(lambda: any(m.document["interface"] == data["interface"] for m in client.on("modem/signal")), "modem")
+        assert set(checked(client, "modem/state/get", data)) & {"cdma", "gsm", "gsmUssd", "device", "sim"} == members
+    for message in client.on("modem/signal"):
+        assert faults("modem-signal", message.document) == []
+
+    sim.clear_access_points()
+    until(lambda: checked(client, "wifi/aps/get")["aps"] == [], "no access points")
+    assert checked(client, "wifi/networks/get")["networks"] == []
