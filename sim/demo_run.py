@@ -21,6 +21,8 @@ DOCUMENTS = {"info", "status", "error"} | {f"{kind}/{what}" for kind in ("ethern
                                            for what in ("state", "config")} | {
     "wifi/aps", "wifi/networks", "modem/signal", "modem/stats"}
 WIDTH = 110
+# Stands for the modem's data interface: its counters move while one looks.
+DATA_INTERFACE = "lo"
 
 
 def color(code, text):
@@ -85,10 +87,18 @@ def wait(viewer, service, once):
     return 1
 
 
+def count_from_now():
+    """Leaves the snapshot that lets the data usage start at 0, whatever the interface has carried so far."""
+    counters = pathlib.Path("/sys/class/net", DATA_INTERFACE, "statistics")
+    pathlib.Path("/tmp/modem-snapshot.ini").write_text("[General]\n" + "".join(
+        f"{name}bytes={(counters / f'{name}_bytes').read_text()}" for name in ("rx", "tx")))
+
+
 def run_simulated(binary, once):
     with Stack() as stack:
         stack.start_bus()
-        stack.start_gateway("--demo")
+        stack.start_gateway("--demo", "--data-interface", DATA_INTERFACE)
+        count_from_now()
         stack.start_broker()
         hint(stack.port)
         viewer = Viewer("127.0.0.1", stack.port, "vexo/network")
