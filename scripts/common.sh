@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libkf5networkmanagerqt-dev modemmanager-qt-dev
     libmosquitto-dev)
 # The simulated gateway, the broker and what looks at its messages.
-run_packages=(dbus gir1.2-nm-1.0 mosquitto python3 python3-dbus python3-gi python3-paho-mqtt)
+run_packages=(dbus gir1.2-nm-1.0 mosquitto mosquitto-clients python3 python3-dbus python3-gi python3-paho-mqtt)
 test_packages=(clang-format python3-pytest python3-pytest-timeout python3-jsonschema network-manager iproute2)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
