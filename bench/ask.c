@@ -6,7 +6,8 @@
  *     bench_ask PORT watch FILTER                              until stopped
  *
  * rtt prints per kind: median, 99th percentile and worst in ms, bytes of the last reply, number of replies.
- * burst prints the seconds to the last reply. watch prints per message: monotonic time in s, topic, bytes.
+ * burst prints the seconds to the last reply. watch says when it is ready and prints per message: monotonic
+ * time in s, topic, bytes.
  */
 #include "session.h"
 
@@ -37,6 +38,8 @@ static void on_reply(struct mosquitto* session, void* object, const struct mosqu
 static void on_any(struct mosquitto* session, void* object, const struct mosquitto_message* message)
 {
     (void)session, (void)object;
+    if (message->retain)
+        return; // of before the subscription
     printf("%.6f %s %d\n", now(), message->topic, message->payloadlen);
     fflush(stdout);
 }
@@ -117,6 +120,8 @@ int main(int argc, char* argv[])
     if (strcmp(argv[2], "watch") == 0) {
         mosquitto_message_callback_set(session, on_any);
         subscribe(session, argv[3]);
+        puts("watching");
+        fflush(stdout);
         for (;;)
             turn(session, 1000);
     }
