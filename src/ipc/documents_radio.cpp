@@ -5,6 +5,8 @@
 #include <ModemManagerQt/Manager>
 #include <NetworkManagerQt/WirelessNetwork>
 
+#include <cmath>
+
 namespace Lanvoy
 {
 
@@ -52,10 +54,10 @@ void write(JsonWriter& json, const QVector<AccessPointFacts>& points)
     json.endArray();
 }
 
-// Half up for the non-negative values that occur.
+// Half up.
 double roundToHundredths(double value)
 {
-    return static_cast<double>(static_cast<qint64>(value * 100 + 0.5)) / 100;
+    return std::floor(value * 100 + 0.5) / 100;
 }
 
 } // namespace

@@ -74,8 +74,8 @@ QString apSecurity(const QSharedPointer<AccessPoint>& accessPoint)
 QString apSecurity(AccessPoint::Capabilities capabilities, AccessPoint::WpaFlags wpa,
                    AccessPoint::WpaFlags rsn)
 {
-    const int wpaBits = wpa;
-    const int rsnBits = rsn;
+    const int wpaBits = static_cast<int>(wpa);
+    const int rsnBits = static_cast<int>(rsn);
     if (!capabilities && wpaBits == 0 && rsnBits == 0)
         return QStringLiteral("none");
     if (!capabilities.testFlag(AccessPoint::Privacy) || wpaBits < 0 || rsnBits < 0)
