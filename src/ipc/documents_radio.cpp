@@ -54,10 +54,10 @@ void write(JsonWriter& json, const QVector<AccessPointFacts>& points)
     json.endArray();
 }
 
-// Half up.
+// Half up. Deliberate: cut, not floored, so that a negative value comes out up to one hundredth higher.
 double roundToHundredths(double value)
 {
-    return std::floor(value * 100 + 0.5) / 100;
+    return std::trunc(value * 100 + 0.5) / 100;
 }
 
 } // namespace
