@@ -7,6 +7,8 @@ build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libkf5networkmanage
 # The simulated gateway, the broker and what looks at its messages.
 run_packages=(dbus gir1.2-nm-1.0 mosquitto mosquitto-clients python3 python3-dbus python3-gi python3-paho-mqtt)
 test_packages=(clang-format python3-pytest python3-pytest-timeout python3-jsonschema network-manager iproute2)
+lint_packages=(clang-tidy cppcheck)
+fuzz_packages=(clang libclang-rt-dev)
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 
@@ -34,6 +36,13 @@ install_missing() {
     [ -z "$(trap -p EXIT)" ] || { trap - EXIT; as_root rm -f $policy; }
 }
 
+# configure PRESET [CMAKE_OPTION...]
+configure() {
+    local log=$root/build-$1.log
+    (cd "$root" && cmake --preset "$@" >"$log" 2>&1) || { cat "$log" >&2; rm -f "$log"; return 1; }
+    rm -f "$log"
+}
+
 # build PRESET TARGET... [-- CMAKE_OPTION...]: configures when needed and builds; says what takes its time.
 build() {
     local preset=$1 targets=()
@@ -41,8 +50,6 @@ build() {
     while [ $# -gt 0 ] && [ "$1" != -- ]; do targets+=("$1"); shift; done
     [ $# -eq 0 ] || shift
     say "Building (preset $preset)"
-    (cd "$root" && cmake --preset "$preset" "$@" >"$root/build-$preset.log" 2>&1) \
-        || { cat "$root/build-$preset.log" >&2; rm -f "$root/build-$preset.log"; return 1; }
-    rm -f "$root/build-$preset.log"
+    configure "$preset" "$@"
     cmake --build "$root/build/$preset" --target "${targets[@]}"
 }
