@@ -66,6 +66,7 @@ private:
 
     // Monitoring: engine_monitor.cpp
     void reload();
+    void reloadDevices();
     void monitorNetwork();
     void reloadDevice(const DevicePtr& device);
     void monitorDevice(const DevicePtr& device);

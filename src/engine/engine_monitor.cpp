@@ -19,6 +19,7 @@ namespace
 
 constexpr int scanIntervalMs = 30000;
 constexpr int addedDeviceDelayMs = 1000;
+constexpr int firstDocumentsMs = 10; // what two documents need to reach a broker near by
 constexpr char loopback[] = "lo";
 
 /**
@@ -47,6 +48,13 @@ void Engine::reload()
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
+    // With many access points the library's first look at the devices blocks for half a second, in which the
+    // two documents would wait for the broker's acknowledgements.
+    QTimer::singleShot(firstDocumentsMs, this, &Engine::reloadDevices);
+}
+
+void Engine::reloadDevices()
+{
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
         if (!device->isValid() || device->interfaceName() == QLatin1String(loopback))

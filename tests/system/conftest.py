@@ -144,6 +144,8 @@ class World(Stack):
         self.service = Service(self, None if settings is None else dict(settings), options)
         if wait:
             self.client.wait("info")
+            if any(device["interface"] == "br0" and device["state"] for device in self.sim.devices()):
+                self.service.wait_log("Skipping device: br0")  # the last one of the default world
             self.client.settle()
         return self.service
 

@@ -29,6 +29,14 @@ def provision(world, kind, fields):
     return [line for line in lines if not line.startswith(MEANWHILE)], requests
 
 
+def disconnect(world):
+    """Disconnects the wired device and waits until the service knows."""
+    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected")
+    world.client.forget()
+    world.sim.disconnect("eth0")
+    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Disconnected")
+
+
 def members(requests):
     return [member for member, _ in requests]
 
@@ -54,11 +62,10 @@ def test_wired(world):
                  "No update required for connection 'Ethernet'.", "Carrier detected (cable is plugged)."]
     assert provision(world, "ethernet", {"method": "auto"}) == (unchanged, [])
 
-    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected")
-    sim.disconnect("eth0")
+    disconnect(world)
     lines, requests = provision(world, "ethernet", {"method": "auto"})
     assert lines[4:] == ["Connection 'Ethernet' not active. Activating.", "Connection 'Ethernet' activated."]
-    sim.disconnect("eth0")
+    disconnect(world)
     sim.fail_method(ACTIVATE, NM + ".UnknownDevice", "no %d")
     assert provision(world, "ethernet", {"method": "auto"})[0][5:] == ["Failed to activate connection: no %d"]
 

@@ -14,7 +14,7 @@ def test_session_order(world):
         f"Connecting to 127.0.0.1:{world.port}", "Connected.", f"Subscribing to topic [{BASE}/+/get].",
         f"Subscribing to topic [{BASE}/+/+/get].", f"Subscribing to topic [{BASE}/+/+/set]."]
     assert world.service.lines()[:2] == ["IPC Connected to 127.0.0.1", "Reloading all devices and connections."]
-    assert [m.topic for m in world.client.messages[:2]] == ["status", "info"]
+    assert [m.topic for m in world.client.messages if m.qos == 2][:2] == ["status", "info"]
 
 
 def test_payloads(world):
