@@ -1,0 +1,69 @@
+#!/usr/bin/python3
+"""Makes docs/demo.svg: runs a command in a terminal of its own and draws the screen around its hint.
+
+    docs/tools/picture.py scripts/run > docs/demo.svg
+"""
+import fcntl
+import html
+import os
+import pty
+import re
+import signal
+import struct
+import sys
+import termios
+import time
+
+COLUMNS, BEFORE, AFTER = 112, 26, 12  # lines before and from the hint on
+SECONDS_AFTER = 25
+COLORS = {"31": "#f7768e", "32": "#9ece6a", "33": "#e0af68", "34": "#7aa2f7", "35": "#bb9af7", "36": "#7dcfff"}
+LINE, CELL = 17, 7.83  # pixels
+
+
+def recording(command):
+    """The lines that the command writes until some seconds after its hint."""
+    pid, terminal = pty.fork()
+    if pid == 0:
+        fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", BEFORE + AFTER, COLUMNS, 0, 0))
+        os.execvp(command[0], command)
+    data, end = b"", None
+    while end is None or time.monotonic() < end:
+        data += os.read(terminal, 65536)
+        if end is None and b"In another terminal" in data:
+            end = time.monotonic() + SECONDS_AFTER
+    os.kill(pid, signal.SIGINT)
+    return data.decode().replace("\r", "").split("\n")
+
+
+def drawn(line, style):
+    """One line as SVG, and the style that the next one begins with."""
+    spans = []
+    for part in re.split(r"(\x1b\[[\d;]*m)", line):
+        if part.startswith("\x1b"):
+            style = part[2:-1].split(";")
+        elif part:
+            color = next((COLORS[code] for code in style if code in COLORS), "#7f849c" if "2" in style else "#cdd6f4")
+            weight = ' font-weight="bold"' if "1" in style else ""
+            spans.append(f'<tspan fill="{color}"{weight}>{html.escape(part, False)}</tspan>')
+    return "".join(spans), style
+
+
+def picture(lines):
+    width, height = int(COLUMNS * CELL) + 32, len(lines) * LINE + 32
+    print(f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}" '
+          'font-family="DejaVu Sans Mono, Menlo, Consolas, monospace" font-size="13">')
+    print(f'<rect width="{width}" height="{height}" rx="8" fill="#1e1e2e"/>')
+    style = []
+    for number, line in enumerate(lines):
+        text, style = drawn(line, style)
+        print(f'<text x="16" y="{28 + number * LINE}" xml:space="preserve">{text}</text>')
+    print("</svg>")
+
+
+def main():
+    lines = recording(sys.argv[1:])
+    hint = next(number for number, line in enumerate(lines) if "In another terminal" in line)
+    picture(lines[max(0, hint - BEFORE):hint + AFTER])
+
+
+main()
