@@ -14,7 +14,7 @@ import sys
 import termios
 import time
 
-COLUMNS, BEFORE, AFTER = 112, 26, 12  # lines before and from the hint on
+COLUMNS, BEFORE, AFTER = 112, 28, 14  # at most so many lines before the hint, and from it on
 SECONDS_AFTER = 25
 COLORS = {"31": "#f7768e", "32": "#9ece6a", "33": "#e0af68", "34": "#7aa2f7", "35": "#bb9af7", "36": "#7dcfff"}
 LINE, CELL = 17, 7.83  # pixels
@@ -63,7 +63,8 @@ def picture(lines):
 def main():
     lines = recording(sys.argv[1:])
     hint = next(number for number, line in enumerate(lines) if "In another terminal" in line)
-    picture(lines[max(0, hint - BEFORE):hint + AFTER])
+    start = next(n for n in range(max(0, hint - BEFORE), hint + 1) if n == hint or re.search(r"\d:\d\d:\d\d", lines[n]))
+    picture(lines[start:hint + AFTER])
 
 
 main()
