@@ -53,6 +53,7 @@ def test_wired(world):
     assert [p["name"] for p in sim.profiles()] == ["lo"]
 
     sim.set_carrier("eth0", True)
+    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Disconnected")
     lines, requests = provision(world, "ethernet", {"method": "auto"})
     assert lines == ["Checking connection: Ethernet",
                      "Connection 'Ethernet' does not exist. Creating and activating.",
