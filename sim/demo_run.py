@@ -148,6 +148,7 @@ def run_simulated(binary, once):
         try:
             return wait(viewer, service, once, stack.port)
         except KeyboardInterrupt:
+            on_end(signal.SIG_IGN)  # ending is under way
             print(f"\nEnded after {viewer.documents} documents.", file=sys.stderr)
             return 0
 
@@ -166,8 +167,14 @@ def run_on_system(binary, config):
         service.wait()
 
 
+def on_end(handler):
+    """For Ctrl-C, a kill and a closed terminal."""
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, handler)
+
+
 def main(binary, mode="", config="lanvoy.conf"):
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    on_end(signal.default_int_handler)
     try:
         if mode == "--system":
             return run_on_system(binary, str(pathlib.Path(config).resolve()))

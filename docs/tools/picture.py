@@ -32,6 +32,7 @@ def recording(command):
         if end is None and b"In another terminal" in data:
             end = time.monotonic() + SECONDS_AFTER
     os.kill(pid, signal.SIGINT)
+    os.waitpid(pid, 0)
     return data.decode().replace("\r", "").split("\n")
 
 
@@ -63,7 +64,7 @@ def picture(lines):
 def main():
     lines = recording(sys.argv[1:])
     hint = next(number for number, line in enumerate(lines) if "In another terminal" in line)
-    start = next(n for n in range(max(0, hint - BEFORE), hint + 1) if n == hint or re.search(r"\d:\d\d:\d\d", lines[n]))
+    start = next(n for n in range(max(0, hint - BEFORE), hint + 1) if n == hint or re.search(r":\d\d\x1b", lines[n]))
     picture(lines[start:hint + AFTER])
 
 
