@@ -1,4 +1,5 @@
 """docs/asyncapi.yaml: what it promises is what the service does, example by example."""
+import functools
 import shutil
 import subprocess
 
@@ -13,10 +14,7 @@ API = yaml.safe_load((ROOT / "docs/asyncapi.yaml").read_text())
 def follow(node):
     """What a reference within the document points at."""
     while "$ref" in node and node["$ref"].startswith("#/"):
-        keys = node["$ref"][2:].split("/")
-        node = API
-        for key in keys:
-            node = node[key]
+        node = functools.reduce(dict.__getitem__, node["$ref"][2:].split("/"), API)
     return node
 
 
