@@ -193,7 +193,8 @@ QJsonValue toJson(const ActiveConnection::Ptr& connection)
         {"state", dev ? state : QJsonValue()},
         {"stateStr", dev ? deviceStateToString(state) : QJsonValue()},
         {"connectionName", profile ? profile->name() : QString()},
-        {"ipv4", toJson(ipv4Of(*connection, dev.data()))},
+        // Until it is connected, the device still has the configuration of the connection before this one.
+        {"ipv4", toJson(ipv4Of(*connection, state == Connected ? dev.data() : nullptr))},
     };
 }
 
