@@ -2,8 +2,6 @@
 
 #include <QTemporaryFile>
 
-#include <cstdio>
-
 #include <unistd.h>
 
 /** Sends the process's standard error to a file for as long as it lives. */
@@ -11,10 +9,8 @@ class StderrCapture
 {
 public:
     StderrCapture()
-        : saved(dup(STDERR_FILENO))
     {
         file.open();
-        fflush(stderr);
         dup2(file.handle(), STDERR_FILENO);
     }
     ~StderrCapture()
@@ -35,6 +31,6 @@ public:
 
 private:
     QTemporaryFile file;
-    int saved;
+    int saved = dup(STDERR_FILENO);
     qint64 position = 0;
 };
