@@ -22,7 +22,7 @@ private Q_SLOTS:
             {{"-v0", "-e", "-f", "../x"}, 0, true, false, "../x"},
             {{"-c", "-v", "7"}, 3, false, true, {}},
             {{"-v", "-2"}, 0, false, false, {}},
-            {{"-v", "010"}, 3, false, false, {}}, // ten
+            {{"-v", "0x2"}, 0, false, false, {}}, // no number
         };
         for (const auto& row : rows) {
             QList<QByteArray> arguments = QList<QByteArray> {"/else/where"} + row.arguments;

@@ -32,7 +32,7 @@ private Q_SLOTS:
     {
         const QTemporaryDir folder;
         QSettings store(folder.filePath("modem.ini"), QSettings::IniFormat);
-        store.setValue("rxbytes", Q_UINT64_C(5000000000)); // as a snapshot may hold them
+        store.setValue("rxbytes", "5000000000"); // as a snapshot may hold them
         writeUsage(store, "2021-09", {4294967295u, 4});
         QCOMPARE(readUsage(store, "").rxbytes, 705032704u);
         QCOMPARE(readUsage(store, "2021-09").rxbytes, 4294967295u);

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-/** A broker end for one client at a time, on a free port of 127.0.0.1: does as told and notes. */
+/** A broker end for one client, on a free port of 127.0.0.1: does as told and notes. */
 class ScriptedBroker : public QTcpServer
 {
 public:
@@ -56,7 +56,6 @@ private:
     void onNewClient()
     {
         socket = nextPendingConnection();
-        received.clear();
         connect(socket, &QTcpSocket::readyRead, this, &ScriptedBroker::onBytes);
         connect(socket, &QTcpSocket::disconnected, socket, &QTcpSocket::deleteLater);
         if (ending == CloseAtOnce)
