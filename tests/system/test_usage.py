@@ -121,12 +121,15 @@ def test_planted_files(world, plant):
     assert (world.folder / "stats").is_file() == (plant == "directory")
 
 
-def test_modem_without_counters(world):
-    """No such interface counts as 0 bytes; nothing is sampled without a connected modem."""
-    world.sim.set_data_interface("no-such-if")
+@pytest.mark.parametrize("lack", ["interface", "bearer", "ModemManager object"])
+def test_modem_without_counters(world, lack):
+    """What has no counters counts as 0 bytes, and the samples go on."""
+    if lack == "interface":
+        world.sim.set_data_interface("no-such-if")
+    else:
+        world.sim.remove_device("cdc-wdm0")
+        world.sim.add_device("modem", **({"bearer": False} if lack == "bearer" else {"known": False}))
     world.run(SAMPLED)
     used(world, 0, 0)
-    world.sim.stop("mm-alone")
     world.client.forget()
     until(lambda: len(world.client.on("modem/stats")) > 1, "samples go on")
-    assert world.service.alive
