@@ -82,8 +82,9 @@ def test_wifi_changes(world):
     client, sim = world.client, world.sim
     client.forget()
     point = sim.add_access_point(ssid="New %s", security="wpa2", strength=61)
-    networks = client.wait("wifi/networks").document["networks"]
-    assert [n["signalStrength"] for n in networks if n["ssid"] == "New %s"] == [61]
+    # The document of the first round may arrive only now.
+    networks = client.wait("wifi/networks", lambda d: "New %s" in {n["ssid"] for n in d["networks"]}).document
+    assert [n["signalStrength"] for n in networks["networks"] if n["ssid"] == "New %s"] == [61]
     assert "[Wifi] AccessPoint 'New %s' appeared (dev=wlan0, signal=61%)." in service.lines()
     assert "[Wifi] Network 'New %s' found (dev=wlan0, signal=61%)." in service.lines()
     client.settle()
