@@ -34,6 +34,7 @@ class Profile(BusObject):
     def use(self, connection):
         self.connection = connection
         self.settings = nm_profile.settings_map(connection)  # without secrets
+        self.secrets = nm_profile.secrets_map(connection)
 
     @property
     def name(self):
@@ -66,7 +67,7 @@ class Profile(BusObject):
         return bytes(bytearray(wireless.get("ssid", b""))) in ssids or bool(wireless.get("hidden"))
 
     def secret(self, group, key):
-        return nm_profile.secrets_map(self.connection).get(group, {}).get(key)
+        return self.secrets.get(group, {}).get(key)
 
     def appear(self):
         """Exports the profile under a new path."""
@@ -121,11 +122,10 @@ class Profile(BusObject):
         if group not in self.settings:
             raise DBusError(nm_profile.CONNECTION_ERROR + "SettingNotFound",
                             f"Connection didn't have requested setting '{group}'.")
-        secrets = nm_profile.secrets_map(self.connection)
-        if group not in secrets:
+        if group not in self.secrets:
             raise DBusError(NO_SECRETS, "No agents were available for this request.")
         empty = dbus.Dictionary({}, signature="sv")
-        return {g: secrets[g] if g == group else empty for g in self.settings}
+        return {g: self.secrets[g] if g == group else empty for g in self.settings}
 
     @method(CONNECTION, "a{sa{sv}}")
     def Update(self, settings):
@@ -144,6 +144,7 @@ class Profile(BusObject):
     @method(CONNECTION)
     def ClearSecrets(self):
         self.connection.clear_secrets()
+        self.use(self.connection)
         self.emit(CONNECTION, "Updated")
 
     @method(CONNECTION)

@@ -170,7 +170,7 @@ private:
     QScopedPointer<IPC> ipc;
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;
-    bool allSignalsSubscribed = false;
+    bool libraryUsed = false; // whether NetworkManagerQt has read its devices
 };
 
 } // namespace Lanvoy

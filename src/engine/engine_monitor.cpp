@@ -42,15 +42,19 @@ void subscribeToAllSignals()
 void Engine::reload()
 {
     log(Log::Info, "Reloading all devices and connections.");
-    if (!allSignalsSubscribed)
-        subscribeToAllSignals(); // before the library's first use
-    allSignalsSubscribed = true;
+    const bool first = !libraryUsed;
+    libraryUsed = true;
+    if (first)
+        subscribeToAllSignals();
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
     // With many access points the library's first look at the devices blocks for half a second, in which the
     // two documents would wait for the broker's acknowledgements.
-    QTimer::singleShot(firstDocumentsMs, this, &Engine::reloadDevices);
+    if (first)
+        QTimer::singleShot(firstDocumentsMs, this, &Engine::reloadDevices);
+    else
+        reloadDevices();
 }
 
 void Engine::reloadDevices()
