@@ -93,8 +93,11 @@ class Client:
         return until(lambda: self.on(topic)[before:], f"answer to {command}")[0].document
 
     def settle(self):
-        """Waits until all that was sent before has been handled: commands are handled in order."""
-        self.ask("settled/get", answer="error")
+        """Waits until all that was sent before has been handled, and all that was published before is here.
+
+        Commands are handled in order, and documents of quality 2, as the answer is, do not overtake each other.
+        """
+        self.ask("info/get")
 
 
 class Service:
