@@ -47,14 +47,14 @@ public:
     void start();
 
 public Q_SLOTS:
-    // The order is part of the interface: it is the order of the method table.
-    void onIPCConnected(const QString& server);
+    // Order and names of parameters are part of the interface: the method table shows them.
+    void onIPCConnected(const QString&);
     void onIPCDiscconnected(); // the name keeps its double "c"
     void onIPCCommandReceived(const QString& command, const QJsonObject& data);
     void onStatusChanged(NetworkManager::Status status);
-    void onPrimaryConnectionChanged(const QString& uni);
-    void onDeviceAdded(const QString& uni);
-    void onDeviceRemoved(const QString& uni);
+    void onPrimaryConnectionChanged(const QString&);
+    void onDeviceAdded(const QString&);
+    void onDeviceRemoved(const QString&);
     void onDeviceStateChanged(NetworkManager::Device::State newstate, NetworkManager::Device::State oldstate,
                               NetworkManager::Device::StateChangeReason reason);
     void onDeviceManagedChanged();
@@ -81,6 +81,9 @@ private:
 
     // Lookups: engine_lookup.cpp
     bool isCarrierDetected(const DevicePtr& device);
+    /** Whether it is of the class of its kind: the library makes a plain one where it could not ask for the
+     * kind. */
+    static bool isWhole(const DevicePtr& device);
     DevicePtr getDeviceFromUni(const QString& uni);
     DevicePtr getDeviceFromSender(QObject* sender);
     QSharedPointer<NetworkManager::ActiveConnection> getConnectionFromUni(const QString& uni);

@@ -22,6 +22,20 @@ bool Engine::isCarrierDetected(const DevicePtr& device)
     return carrier;
 }
 
+bool Engine::isWhole(const DevicePtr& device)
+{
+    switch (device->type()) {
+    case Device::Ethernet:
+        return !device.objectCast<NetworkManager::WiredDevice>().isNull();
+    case Device::Wifi:
+        return !device.objectCast<NetworkManager::WirelessDevice>().isNull();
+    case Device::Modem:
+        return !device.objectCast<NetworkManager::ModemDevice>().isNull();
+    default:
+        return true;
+    }
+}
+
 Engine::DevicePtr Engine::getDeviceFromUni(const QString& uni)
 {
     DevicePtr device = NetworkManager::findNetworkInterface(uni);
@@ -55,7 +69,7 @@ Engine::DevicePtr Engine::findDevice(const QString& name, Device::Type type)
     for (const Device::Ptr& device : devices) {
         const bool nameFits = name.isEmpty() || device->interfaceName() == name;
         const bool typeFits = type == Device::UnknownType || device->type() == type;
-        if (anything && nameFits && typeFits)
+        if (anything && nameFits && typeFits && isWhole(device))
             return device;
     }
     log(Log::Error, "ERROR: Could not find device with name=%s and type=%s", qPrintable(name),

@@ -85,6 +85,10 @@ void Engine::monitorNetwork()
 
 void Engine::reloadDevice(const DevicePtr& device)
 {
+    if (!isWhole(device)) {
+        log(Log::Error, "Device could not be read, skipping it: %s", qPrintable(device->interfaceName()));
+        return;
+    }
     monitorDevice(device);
     updateConnection(device, *configuration);
     switch (device->type()) {

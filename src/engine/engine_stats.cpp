@@ -66,7 +66,8 @@ Engine::DevicePtr Engine::connectedModem()
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
         if (device->isValid() && device->interfaceName() != QLatin1String("lo")
-            && device->type() == Device::Modem && mapDeviceState(device->state()) == Connected)
+            && device->type() == Device::Modem && isWhole(device)
+            && mapDeviceState(device->state()) == Connected)
             return device;
     }
     return {};
@@ -83,7 +84,7 @@ ModemStats Engine::getModemStats(const NetworkManager::ModemDevice::Ptr& device)
         return {};
     QString interface = bearers.first()->interface();
     // The bearer of a dialled call names the serial port; the data passes through the interface on top of it.
-    if (!QFileInfo::exists(interfacePath.arg(interface)))
+    if (interface.isEmpty() || !QFileInfo::exists(interfacePath.arg(interface)))
         interface = device->ipInterfaceName();
     ModemStats stats;
     stats.rxbytes
@@ -103,8 +104,10 @@ void Engine::updateModemStats()
     const Usage counters {static_cast<quint32>(stats.rxbytes), static_cast<quint32>(stats.txbytes)};
 
     const QDateTime now = QDateTime::currentDateTime();
-    // /tmp is everybody's: a link planted there must not make the snapshot overwrite what it points to.
-    if (QFileInfo(snapshotPath).isSymLink())
+    // /tmp is everybody's: a link planted there must not make the snapshot overwrite what it points to, nor a
+    // pipe make its opening wait for ever.
+    const QFileInfo planted(snapshotPath);
+    if (planted.isSymLink() || (planted.exists() && !planted.isFile()))
         QFile::remove(snapshotPath);
     QSettings snapshot(snapshotPath, QSettings::IniFormat);
 

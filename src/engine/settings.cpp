@@ -115,6 +115,7 @@ bool updateWired(const ConnectionSettings::Ptr& settings, const Config::Ethernet
     return changed;
 }
 
+// A key that a profile leaves to somebody's agent would be missing, and so count as changed, with each run.
 bool updateSecurity(WirelessSecuritySetting& security, const QString& word, const QString& key)
 {
     bool changed = false;
@@ -123,10 +124,12 @@ bool updateSecurity(WirelessSecuritySetting& security, const QString& word, cons
                           &WirelessSecuritySetting::setKeyMgmt);
         changed |= assign(security, security.wepKey0(), key, &WirelessSecuritySetting::setWepKey0);
         security.setWepKeyType(WirelessSecuritySetting::Passphrase);
+        security.setWepKeyFlags(Setting::None);
     } else {
         changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::WpaPsk,
                           &WirelessSecuritySetting::setKeyMgmt);
         changed |= assign(security, security.psk(), key, &WirelessSecuritySetting::setPsk);
+        security.setPskFlags(Setting::None);
     }
     security.setInitialized(true);
     return changed;

@@ -186,6 +186,9 @@ QJsonValue toJson(const ActiveConnection::Ptr& connection)
         = devices.isEmpty() ? Device::Ptr() : NetworkManager::findNetworkInterface(devices.first());
     const NetworkManager::Connection::Ptr profile = connection->connection();
     const DeviceState state = dev ? mapDeviceState(dev->state()) : Unavailable;
+    // Until it is connected, the device still has the configuration of the connection before this one; below
+    // a VPN it has its own.
+    const bool sharesIpv4 = state == Connected && !connection->vpn();
     return QJsonObject {
         {"interface", dev ? dev->interfaceName() : QJsonValue()},
         {"type", dev ? dev->type() : QJsonValue()},
@@ -193,8 +196,7 @@ QJsonValue toJson(const ActiveConnection::Ptr& connection)
         {"state", dev ? state : QJsonValue()},
         {"stateStr", dev ? deviceStateToString(state) : QJsonValue()},
         {"connectionName", profile ? profile->name() : QString()},
-        // Until it is connected, the device still has the configuration of the connection before this one.
-        {"ipv4", toJson(ipv4Of(*connection, state == Connected ? dev.data() : nullptr))},
+        {"ipv4", toJson(ipv4Of(*connection, sharesIpv4 ? dev.data() : nullptr))},
     };
 }
 

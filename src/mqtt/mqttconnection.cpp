@@ -1,6 +1,5 @@
 #include "mqttconnection.h"
 
-#include <QElapsedTimer>
 #include <QHostInfo>
 #include <QPointer>
 #include <QSocketNotifier>
@@ -136,7 +135,10 @@ void MqttConnection::onWritable()
 
 void MqttConnection::onKeepAlive()
 {
-    afterLoop(mosquitto_loop_misc(handle));
+    // A broker that answers pings but no message any more: all later documents would wait behind those of the
+    // send window.
+    const bool stuck = !unconfirmed.isEmpty() && sinceConfirmation.hasExpired(2000LL * libraryKeepAlive());
+    afterLoop(stuck ? MOSQ_ERR_KEEPALIVE : mosquitto_loop_misc(handle));
 }
 
 void MqttConnection::watchSocket()
@@ -244,8 +246,11 @@ int MqttConnection::publish(const QString& topic, const QByteArray& message, qui
     int id = -1;
     const int result = mosquitto_publish(handle, &id, topic.toUtf8().constData(), message.size(),
                                          message.constData(), qos, retain);
-    if (result == MOSQ_ERR_SUCCESS && qos > 0)
+    if (result == MOSQ_ERR_SUCCESS && qos > 0) {
+        if (unconfirmed.isEmpty())
+            sinceConfirmation.start();
         unconfirmed.insert(id);
+    }
     return afterRequest(result, id);
 }
 

@@ -2,6 +2,7 @@
 
 #include "qmqttclient.h"
 
+#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QIODevice>
 #include <QList>
@@ -115,6 +116,7 @@ private:
     QTimer wakeUp; // for what must not happen within the call of the client's user
     QQueue<Event> events;
     QSet<int> unconfirmed; // ids of QoS 1 and 2 messages; QoS 0 is reported by the library, but not by Qt
+    QElapsedTimer sinceConfirmation; // or, where nothing was to be confirmed, since the first message
     int refusal = 0; // return code of a CONNACK that refused
     bool lost = false; // the last event is in the queue
     bool delivering = false;

@@ -81,8 +81,11 @@ void MqttConnection::setCallbacks()
                                               QString::fromUtf8(message->topic)});
     });
     mosquitto_publish_callback_set(handle, [](mosquitto*, void* object, int id) {
-        if (connectionOf(object)->unconfirmed.remove(id))
-            connectionOf(object)->events.enqueue({Event::Sent, id, 0, {}, {}});
+        MqttConnection* const connection = connectionOf(object);
+        if (connection->unconfirmed.remove(id)) {
+            connection->sinceConfirmation.start();
+            connection->events.enqueue({Event::Sent, id, 0, {}, {}});
+        }
     });
     mosquitto_subscribe_callback_set(
         handle, [](mosquitto*, void* object, int id, int count, const int* granted) {

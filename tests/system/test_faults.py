@@ -178,3 +178,15 @@ def test_unwritable_configuration(world):
     service.wait_log("Config file not found")
     service.wait_log("Connecting to localhost:1883")
     assert os.listdir(world.folder / "lanvoy.conf") == []
+
+
+@pytest.mark.parametrize("topic", STATES)
+def test_unreadable_device(world, topic):
+    """NetworkManager does not tell what kind a device is: that one is skipped, and the others are as ever."""
+    path = world.sim.device(STATES[topic])["path"]
+    world.sim.fail_method("org.freedesktop.DBus.Properties.Get", NM + ".Failed", "not now", path)
+    service = world.run(WIFI)
+    service.wait_log(f"Device could not be read, skipping it: {STATES[topic]}")
+    assert world.client.ask(f"{topic}/get", {}, "error")["error"] == "Invalid device specified: "
+    for other in set(STATES) - {topic}:
+        world.client.wait(other, lambda d: d["stateStr"] == "Connected")

@@ -1,4 +1,5 @@
 """Data usage with real kernel counters: a veth pair in a network namespace of its own stands for the modem's data."""
+import os
 import pathlib
 import shutil
 import socket
@@ -99,7 +100,7 @@ def test_old_months_leave(world):
     assert "monitoring Data usage" not in world.service.log and not SNAPSHOT.exists()
 
 
-@pytest.mark.parametrize("plant", ["symlink", "dangling", "directory", "garbage"])
+@pytest.mark.parametrize("plant", ["symlink", "dangling", "pipe", "directory", "garbage"])
 def test_planted_files(world, plant):
     """Whatever lies in the place of a file: no crash, nothing else is overwritten."""
     victim = world.folder / "victim"
@@ -107,6 +108,8 @@ def test_planted_files(world, plant):
         SNAPSHOT.symlink_to(victim)
     if plant == "symlink":
         victim.write_text("precious")
+    if plant == "pipe":
+        os.mkfifo(SNAPSHOT)
     if plant == "directory":
         SNAPSHOT.mkdir()
         (world.folder / "stats").write_text("a file where the folder should be")

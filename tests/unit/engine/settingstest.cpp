@@ -3,6 +3,7 @@
 
 #include <NetworkManagerQt/GsmSetting>
 #include <NetworkManagerQt/Ipv6Setting>
+#include <NetworkManagerQt/WirelessSecuritySetting>
 #include <NetworkManagerQt/WirelessSetting>
 
 #include <QTemporaryDir>
@@ -135,6 +136,10 @@ private Q_SLOTS:
         config->setWifi({"Wifi", true, "caf\u00e9", "password", automatic});
         for (const auto& row : rows) {
             const ConnectionSettings::Ptr settings(new ConnectionSettings(ConnectionSettings::Wireless));
+            const auto security
+                = settings->setting(Setting::WirelessSecurity).staticCast<WirelessSecuritySetting>();
+            security->setPskFlags(Setting::AgentOwned);
+            security->setWepKeyFlags(Setting::AgentOwned);
             for (int run = 0; run < 2; ++run) // deliberate: a name beyond ASCII always counts as changed
                 QVERIFY(updateConnectionSettings(settings, *config, row.word));
             QCOMPARE(settings->setting(Setting::Wireless).staticCast<WirelessSetting>()->ssid(),
@@ -144,6 +149,9 @@ private Q_SLOTS:
             QCOMPARE(map["802-11-wireless-security"].value("key-mgmt"), row.management);
             QCOMPARE(map["802-11-wireless-security"].value("wep-key-type"), row.keyType);
             QCOMPARE(map["ipv6"].value("method"), "ignore");
+            // The key that was written is no longer an agent's.
+            QCOMPARE(security->pskFlags() == Setting::None, row.management == "wpa-psk");
+            QCOMPARE(security->wepKeyFlags() == Setting::None, row.keyType.isValid());
         }
     }
 

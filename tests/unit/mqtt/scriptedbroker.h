@@ -22,6 +22,8 @@ public:
     QByteArray answer = connack(); // to CONNECT
     Ending ending = KeepOpen;
     bool readsAfterConnect = true;
+    bool answersPings = false;
+    bool answersMessages = true;
 
     // The notes
     QList<Packet> packets;
@@ -83,7 +85,9 @@ private:
             send(answer);
             if (ending == CloseAfterAnswer)
                 socket->close();
-        } else if (packet.type == Publish && (packet.flags & 6) != 0) {
+        } else if (packet.type == PingReq && answersPings) {
+            send(QByteArray("\xd0\0", 2));
+        } else if (packet.type == Publish && (packet.flags & 6) != 0 && answersMessages) {
             const QByteArray id = packet.body.mid(2 + packet.body.at(1), 2);
             const bool inTwoSteps = (packet.flags & 4) != 0;
             if (inTwoSteps)
