@@ -37,6 +37,8 @@ def data_interface():
     subprocess.run(["ip", "link", "add", "wwan0", "type", "veth", "peer", "name", "network"], check=True)
     for name in ("wwan0", "network"):
         subprocess.run(["ip", "link", "set", name, "up"], check=True)
+    # The kernel opens the queue a moment after the other end is up; until then it throws away what is sent.
+    until(lambda: subprocess.check_output(["ip", "-br", "link"], text=True).count(" UP ") == 2, "both ends are up")
     yield
     subprocess.run(["ip", "link", "del", "wwan0"], check=True)
     if SNAPSHOT.is_dir() and not SNAPSHOT.is_symlink():
