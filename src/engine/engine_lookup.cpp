@@ -49,9 +49,11 @@ Engine::DevicePtr Engine::getDeviceFromSender(QObject* sender)
     const auto* object = qobject_cast<Device*>(sender);
     const QString uni = object ? object->uni() : QString();
     DevicePtr device = NetworkManager::findNetworkInterface(uni);
-    if (!device)
-        log(Log::Error, "getDeviceFromSender(): No device found for %s", qPrintable(uni));
-    return device;
+    if (device
+        && isWhole(device)) // the sender may be of before a restart of NetworkManager, and this one of after
+        return device;
+    log(Log::Error, "getDeviceFromSender(): No device found for %s", qPrintable(uni));
+    return {};
 }
 
 QSharedPointer<NetworkManager::ActiveConnection> Engine::getConnectionFromUni(const QString& uni)
