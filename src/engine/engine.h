@@ -81,8 +81,8 @@ private:
 
     // Lookups: engine_lookup.cpp
     bool isCarrierDetected(const DevicePtr& device);
-    /** Whether it is of the class of its kind: the library makes a plain one where it could not ask for the
-     * kind. */
+    /** Whether its class is that of its kind: the library makes a plain one where NetworkManager did not
+     * tell. */
     static bool isWhole(const DevicePtr& device);
     DevicePtr getDeviceFromUni(const QString& uni);
     DevicePtr getDeviceFromSender(QObject* sender);

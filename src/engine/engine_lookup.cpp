@@ -49,8 +49,8 @@ Engine::DevicePtr Engine::getDeviceFromSender(QObject* sender)
     const auto* object = qobject_cast<Device*>(sender);
     const QString uni = object ? object->uni() : QString();
     DevicePtr device = NetworkManager::findNetworkInterface(uni);
-    if (device
-        && isWhole(device)) // the sender may be of before a restart of NetworkManager, and this one of after
+    // The sender may be of before a restart of NetworkManager, and this one of after it.
+    if (device && isWhole(device))
         return device;
     log(Log::Error, "getDeviceFromSender(): No device found for %s", qPrintable(uni));
     return {};

@@ -45,7 +45,7 @@ void Engine::reload()
     const bool first = !libraryUsed;
     libraryUsed = true;
     if (first)
-        subscribeToAllSignals();
+        subscribeToAllSignals(); // before the library asks for any
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
