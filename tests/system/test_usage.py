@@ -138,3 +138,13 @@ def test_modem_without_counters(world, lack):
     used(world, 0, 0)
     world.client.forget()
     until(lambda: len(world.client.on("modem/stats")) > 1, "samples go on")
+
+
+@pytest.mark.parametrize("name", ["ttyUSB0", ""])
+def test_bearer_names_no_interface(world, name):
+    """That of a dialled call names the serial port, an idle one nothing: the device's interface is counted."""
+    world.run(SAMPLED)
+    used(world, 0, 0)
+    world.sim.set_data_interface(name)
+    transfer(30, 20)
+    used(world, 0.03, 0.02)
