@@ -87,7 +87,8 @@ class BusObject:
         for name in dir(cls):
             mark = getattr(getattr(cls, name), "dbus", None)
             if mark:
-                cls.methods[(mark[0], name)] = (name, mark[1], mark[2])
+                several = len(list(dbus.Signature(mark[2]))) > 1
+                cls.methods[(mark[0], name)] = (name, mark[1], mark[2], several)
 
     def __init__(self, path):
         self.path = path
@@ -137,7 +138,7 @@ class BusObject:
             xml.append(f'<interface name="{interface}">')
             xml += [f'<property name="{n}" type="{s}" access="{"readwrite" if n in self.writable else "read"}"/>'
                     for n, s in names.items()]
-            for (owner, _), (name, ins, outs) in self.methods.items():
+            for (owner, _), (name, ins, outs, _) in self.methods.items():
                 if owner == interface:
                     args = [(s, "in") for s in dbus.Signature(ins)] + [(s, "out") for s in dbus.Signature(outs)]
                     xml.append(f'<method name="{name}">' +
@@ -272,14 +273,14 @@ class Bus:
             known = interface in target.values or any(i == interface for i, _ in target.methods)
             what = f"method “{member}”" if known else f"interface “{interface}” on object at path {path}"
             raise DBusError(_ERROR + "UnknownMethod", f"No such {what}")
-        name, in_signature, out_signature = entry
+        name, in_signature, out_signature, several = entry
         if message.get_signature() != in_signature:
             raise DBusError(_ERROR + "InvalidArgs", f"Type of message, “({message.get_signature()})”, does not "
                                                     f"match expected type “({in_signature})”")
         result = getattr(target, name)(*args)
         if not out_signature:
             return "", ()
-        return out_signature, result if len(list(dbus.Signature(out_signature))) > 1 else (result,)
+        return out_signature, result if several else (result,)
 
     def _property_call(self, target, member, args):
         if not args or args[0] not in target.values:

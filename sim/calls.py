@@ -1,8 +1,7 @@
 """What is known of the method calls received: a log for tests that count requests, and faults on request."""
 import dataclasses
 import json
-
-from gi.repository import GLib
+import time
 
 
 @dataclasses.dataclass
@@ -56,7 +55,7 @@ class Calls:
         name = f"{interface}.{member}"
         self.counts[name] = self.counts.get(name, 0) + 1
         if len(self.log) < self.LIMIT:
-            self.log.append((GLib.get_monotonic_time(), name, str(path), args))
+            self.log.append((time.monotonic_ns(), name, path, args))
         for rule in self.rules:
             if rule.matches(name, path):
                 rule.times -= rule.times > 0
@@ -72,5 +71,5 @@ class Calls:
 
     def as_json(self, prefix=""):
         """The log as JSON: a list of {"ms", "member", "path", "args"}, members that start with prefix only."""
-        return json.dumps([{"ms": time // 1000, "member": name, "path": path, "args": plain(args)}
-                           for time, name, path, args in self.log if name.startswith(prefix)])
+        return json.dumps([{"ms": ns // 1000000, "member": name, "path": path, "args": plain(args)}
+                           for ns, name, path, args in self.log if name.startswith(prefix)])

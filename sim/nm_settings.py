@@ -35,6 +35,9 @@ class Profile(BusObject):
         self.connection = connection
         self.settings = nm_profile.settings_map(connection)  # without secrets
         self.secrets = nm_profile.secrets_map(connection)
+        empty = dbus.Dictionary({}, signature="sv")
+        self.secret_replies = {asked: {g: keys if g == asked else empty for g in self.settings}
+                               for asked, keys in self.secrets.items()}
 
     @property
     def name(self):
@@ -124,8 +127,7 @@ class Profile(BusObject):
                             f"Connection didn't have requested setting '{group}'.")
         if group not in self.secrets:
             raise DBusError(NO_SECRETS, "No agents were available for this request.")
-        empty = dbus.Dictionary({}, signature="sv")
-        return {g: self.secrets[g] if g == group else empty for g in self.settings}
+        return self.secret_replies[group]
 
     @method(CONNECTION, "a{sa{sv}}")
     def Update(self, settings):
