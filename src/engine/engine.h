@@ -84,6 +84,13 @@ private:
     /** Whether its class is that of its kind: the library makes a plain one where NetworkManager did not
      * tell. */
     static bool isWhole(const DevicePtr& device);
+    /** Keeps ownerSeen up to date; must come before the library's first use. */
+    void followOwner();
+    /**
+     * Whether NetworkManager has restarted and the library does not know yet. What it knows then bears D-Bus
+     * paths that belong to others now.
+     */
+    bool isOutdated() const;
     DevicePtr getDeviceFromUni(const QString& uni);
     DevicePtr getDeviceFromSender(QObject* sender);
     QSharedPointer<NetworkManager::ActiveConnection> getConnectionFromUni(const QString& uni);
@@ -152,6 +159,7 @@ private:
                       const SettingsPtr& settings);
     bool mendRefused(NMVariantMapMap& map, const NetworkManager::ConnectionSettings& settings,
                      const QDBusError& error, const Target& target);
+    bool isLate(const Target& target);
     bool lacksCarrier(const DevicePtr& device);
     bool activate(const Target& target, const NetworkManager::Connection& connection);
 
@@ -174,6 +182,7 @@ private:
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;
     bool libraryUsed = false; // whether NetworkManagerQt has read its devices
+    QString ownerSeen; // unique bus name of NetworkManager, as of the events handled so far
 };
 
 } // namespace Lanvoy

@@ -3,10 +3,19 @@
 #include <NetworkManagerQt/Settings>
 #include <NetworkManagerQt/WirelessNetwork>
 
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusServiceWatcher>
+
 namespace Lanvoy
 {
 
 using NetworkManager::Device;
+
+namespace
+{
+constexpr char networkManager[] = "org.freedesktop.NetworkManager"; // bus name
+}
 
 // Source: the wired device's Carrier property.
 bool Engine::isCarrierDetected(const DevicePtr& device)
@@ -34,6 +43,21 @@ bool Engine::isWhole(const DevicePtr& device)
     default:
         return true;
     }
+}
+
+void Engine::followOwner()
+{
+    const QDBusConnection bus = QDBusConnection::systemBus();
+    auto* const watcher
+        = new QDBusServiceWatcher(networkManager, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString&, const QString&, const QString& owner) { ownerSeen = owner; });
+    ownerSeen = bus.interface()->serviceOwner(networkManager);
+}
+
+bool Engine::isOutdated() const
+{
+    return QDBusConnection::systemBus().interface()->serviceOwner(networkManager) != ownerSeen;
 }
 
 Engine::DevicePtr Engine::getDeviceFromUni(const QString& uni)

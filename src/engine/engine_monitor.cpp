@@ -44,8 +44,10 @@ void Engine::reload()
     log(Log::Info, "Reloading all devices and connections.");
     const bool first = !libraryUsed;
     libraryUsed = true;
-    if (first)
-        subscribeToAllSignals(); // before the library asks for any
+    if (first) { // before the library asks for anything
+        subscribeToAllSignals();
+        followOwner();
+    }
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
@@ -261,8 +263,14 @@ void Engine::onDeviceAdded(const QString& uni)
     log(Log::Info, "Device added: %s (dev=%s, active=%d, managed=%d)",
         qPrintable(deviceTypeToString(device->type())), qPrintable(device->interfaceName()),
         device->isActive(), device->managed());
-    if (device->interfaceName() != QLatin1String(loopback))
-        QTimer::singleShot(addedDeviceDelayMs, this, [this, device] { reloadDevice(device); });
+    if (device->interfaceName() == QLatin1String(loopback))
+        return;
+    // After a restart of NetworkManager its devices are others, even at the same path, and the library would
+    // list connections of before as nameless ones.
+    QTimer::singleShot(addedDeviceDelayMs, this, [this, device, owner = ownerSeen] {
+        if (owner == ownerSeen)
+            reloadDevice(device);
+    });
 }
 
 void Engine::onDeviceRemoved(const QString& uni)

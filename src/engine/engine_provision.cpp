@@ -74,7 +74,7 @@ QSharedPointer<Connection> Engine::createConnection(const Target& target, const 
 {
     log(Log::Info, "[%s] Connection '%s' does not exist. Creating and activating.", qPrintable(target.kind),
         qPrintable(target.name));
-    if (lacksCarrier(target.device))
+    if (lacksCarrier(target.device) || isLate(target))
         return {};
 
     const ConnectionSettings::Ptr settings(new ConnectionSettings(target.type));
@@ -111,6 +111,8 @@ QSharedPointer<Connection> Engine::refreshConnection(const Target& target, const
     if (applyConfiguration(settings, config, target.security)) {
         log(Log::Info, "[%s] Connection settings have changed. Applying new settings.",
             qPrintable(target.kind));
+        if (isLate(target))
+            return {};
         if (losesSecret(secrets, secretsOf(settings)))
             clearSecrets(target, *connection);
         if (!saveSettings(target, *connection, settings) || lacksCarrier(target.device)
@@ -129,7 +131,7 @@ QSharedPointer<Connection> Engine::refreshConnection(const Target& target, const
         return connection;
     log(Log::Info, "[%s] Connection '%s' not active. Activating.", qPrintable(target.kind),
         qPrintable(target.name));
-    if (!activate(target, *connection))
+    if (isLate(target) || !activate(target, *connection))
         return {};
     log(Log::Info, "[%s] Connection '%s' activated.", qPrintable(target.kind), qPrintable(target.name));
     return connection;
@@ -206,6 +208,17 @@ bool Engine::mendRefused(NMVariantMapMap& map, const ConnectionSettings& setting
         return false;
     log(Log::Debug, "[%s] Settings of connection '%s' refused, sending them corrected : %s",
         qPrintable(target.kind), qPrintable(target.name), qPrintable(error.message()));
+    return true;
+}
+
+// A request now would go to another connection, or add one a second time. The restart announces each device
+// again, and that starts over.
+bool Engine::isLate(const Target& target)
+{
+    if (!isOutdated())
+        return false;
+    log(Log::Info, "[%s] NetworkManager has restarted. Connection '%s' will be checked again.",
+        qPrintable(target.kind), qPrintable(target.name));
     return true;
 }
 

@@ -188,6 +188,8 @@ class Chaos:
         client = self.world.client = Client(self.world.port)
         self.wait_states("after another session")
         until(lambda: not self.wrong_profiles(), self.wrong_profiles)
+        names = [profile["name"] for profile in self.sim.profiles()]
+        assert len(set(names)) == len(names), f"one profile twice: {names}"
         assert self.writes() <= 12, f"{self.writes()} requests that write"
         # The same configuration once more: there is nothing left to change.
         self.sim.reset_calls()

@@ -27,6 +27,10 @@ def all_right(world):
     assert world.client.ask("info/get")["service"]["type"] == "network"
 
 
+def profiles(world):
+    return [profile["name"] for profile in world.sim.profiles()]
+
+
 def connected(world, options=None):
     service = world.run(WIFI, options)
     for topic in STATES:
@@ -110,6 +114,23 @@ def services_restart_together(world, service):
     world.client.wait("modem/state", lambda d: d["stateStr"] == "Connected")
 
 
+def networkmanager_restarts_twice(world, service):
+    """The second time while announced devices wait for their second, and with a device and a profile less."""
+    world.sim.restart("mm")
+    service.wait_log("Device added: Modem")  # it has the last path now
+    world.sim.restart("nm")
+    service.wait_log("Device added: Modem", 2)
+    world.sim.stop("nm")
+    world.sim.remove_device("wlan0")
+    world.sim.remove_profile("Broadband")
+    world.sim.start("nm")
+    until(lambda: "Broadband" in profiles(world), "the modem's profile")
+    world.client.send("modem/config/set", {"method": "auto", "apn": "internet"})
+    world.client.settle()
+    assert profiles(world).count("Broadband") == 1
+    world.sim.add_device("wifi", interface="wlan0")
+
+
 def stale_lock(world, service):
     """A lock file that a killed process has left does not keep the configuration from being saved."""
     lock = world.folder / "lanvoy.conf.lock"
@@ -121,7 +142,7 @@ def stale_lock(world, service):
 
 FAULTS = [broker_killed, broker_frozen, networkmanager_refuses, networkmanager_slow, networkmanager_silent,
           networkmanager_dies_in_a_call, device_storm, device_gone, retained_set_command,
-          services_restart_together, stale_lock]
+          services_restart_together, networkmanager_restarts_twice, stale_lock]
 
 
 @pytest.mark.parametrize("fault", FAULTS, ids=lambda fault: fault.__name__)
