@@ -4,10 +4,8 @@
 
 #include "config/config.h"
 
-#include <QCoreApplication>
 #include <QFile>
 
-#include <syslog.h>
 #include <unistd.h>
 
 #include <tuple>
@@ -39,21 +37,6 @@ bool same(const Config& a, const Config& b)
 }
 
 } // namespace
-
-// Stands in for the C library's: every line is put together, and goes nowhere.
-extern "C" void vsyslog(int /*priority*/, const char* format, va_list args)
-{
-    static char line[65536];
-#pragma clang diagnostic ignored "-Wformat-nonliteral"
-    vsnprintf(line, sizeof line, format, args);
-}
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    static QCoreApplication app(*argc, *argv);
-    Log::setLevel(Log::Debug);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

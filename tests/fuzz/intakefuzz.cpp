@@ -5,10 +5,7 @@
 #include "config/config.h"
 #include "ipc/ipc.h"
 
-#include <QCoreApplication>
 #include <QJsonDocument>
-
-#include <syslog.h>
 
 using namespace Lanvoy;
 
@@ -26,21 +23,6 @@ IPC& intake()
 }
 
 } // namespace
-
-// Stands in for the C library's: every line is put together, and goes nowhere.
-extern "C" void vsyslog(int /*priority*/, const char* format, va_list args)
-{
-    static char line[65536];
-#pragma clang diagnostic ignored "-Wformat-nonliteral"
-    vsnprintf(line, sizeof line, format, args);
-}
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    static QCoreApplication app(*argc, *argv);
-    Log::setLevel(Log::Debug);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -6,13 +6,10 @@
 #include "engine/configfields.h"
 #include "engine/settings.h"
 
-#include <QCoreApplication>
 #include <QJsonDocument>
 
 #include <algorithm>
 #include <iterator>
-
-#include <syslog.h>
 
 using namespace Lanvoy;
 using NetworkManager::ConnectionSettings;
@@ -75,16 +72,6 @@ bool isPlainAscii(const QString& text)
 }
 
 } // namespace
-
-extern "C" void vsyslog(int /*priority*/, const char* /*format*/, va_list /*args*/)
-{
-}
-
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
-{
-    static QCoreApplication app(*argc, *argv);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
