@@ -74,7 +74,7 @@ class Sim:
         self.call("RemoveDevice", device)
 
     def devices(self):
-        """List of {"interface", "kind", "path", "state", "managed", "profile"}."""
+        """List of {"interface", "kind", "path", "state", "managed", "profile", "active" (its path)}."""
         return json.loads(self.call("ListDevices"))
 
     def device(self, interface):

@@ -119,7 +119,8 @@ class Control(BusObject):
     def ListDevices(self):
         return json.dumps([{
             "interface": d.interface, "kind": d.kind, "path": d.path, "state": int(d.state) if d.bus else 0,
-            "managed": d.managed, "profile": d.active.profile.name if d.active else None}
+            "managed": d.managed, "profile": d.active.profile.name if d.active else None,
+            "active": d.active.path if d.active else None}
             for d in self.world.nm.devices])
 
     @method(SIM, "sb")

@@ -58,6 +58,16 @@ def test_state_changes(world):
     service.wait_log("[Bridge] Device interface name changed: br7.")
 
 
+def test_primary_connection_without_addresses(world):
+    """What it has no addresses for yet is shown from its device, but not below a VPN."""
+    world.run()
+    until(lambda: world.client.ask("status/get")["primaryConnection"], "a primary connection")
+    active = world.sim.device("eth0")["active"]
+    for name, value, address in (("Ip4Config", "/", "192.0.2.17"), ("Vpn", True, None)):
+        world.sim.set_property(active, NM + ".Connection.Active", name, value)
+        until(lambda: world.client.ask("status/get")["primaryConnection"]["ipv4"].get("address") == address, name)
+
+
 def test_hotplug(world):
     """A device that is plugged in is loaded after a second; one that leaves is only logged."""
     service = world.run()
