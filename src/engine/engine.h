@@ -8,7 +8,6 @@
 #include <NetworkManagerQt/ActiveConnection>
 #include <NetworkManagerQt/Connection>
 #include <NetworkManagerQt/ConnectionSettings>
-#include <NetworkManagerQt/Ipv4Setting>
 #include <NetworkManagerQt/Manager>
 
 #include <QJsonObject>
@@ -17,6 +16,8 @@
 #include <QScopedPointer>
 #include <QSettings>
 #include <QTimer>
+
+#include <optional>
 
 namespace Lanvoy
 {
@@ -84,13 +85,14 @@ private:
     /** Whether its class is that of its kind: the library makes a plain one where NetworkManager did not
      * tell. */
     static bool isWhole(const DevicePtr& device);
-    /** Keeps ownerSeen up to date; must come before the library's first use. */
+    static bool isLoopback(const DevicePtr& device);
+    /** Follows which process is NetworkManager; must come before the library's first use. */
     void followOwner();
     /**
-     * Whether NetworkManager has restarted and the library does not know yet. What it knows then bears D-Bus
-     * paths that belong to others now.
+     * Whether NetworkManager restarts and the library has not read the new one yet. What the library knows
+     * then is nothing, or bears D-Bus paths that belong to others now. Source: the owner of the bus name.
      */
-    bool isOutdated() const;
+    bool libraryIsBehind() const;
     DevicePtr getDeviceFromUni(const QString& uni);
     DevicePtr getDeviceFromSender(QObject* sender);
     QSharedPointer<NetworkManager::ActiveConnection> getConnectionFromUni(const QString& uni);
@@ -159,7 +161,7 @@ private:
                       const SettingsPtr& settings);
     bool mendRefused(NMVariantMapMap& map, const NetworkManager::ConnectionSettings& settings,
                      const QDBusError& error, const Target& target);
-    bool isLate(const Target& target);
+    bool mustWait(const Target& target);
     bool lacksCarrier(const DevicePtr& device);
     bool activate(const Target& target, const NetworkManager::Connection& connection);
 
@@ -181,8 +183,11 @@ private:
     QScopedPointer<IPC> ipc;
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;
-    bool libraryUsed = false; // whether NetworkManagerQt has read its devices
-    QString ownerSeen; // unique bus name of NetworkManager, as of the events handled so far
+    bool reloadedBefore = false; // the first reload differs
+    int restarts = 0; // of NetworkManager
+    using BusName = std::optional<QString>; // a unique one; empty while there is none, nothing if unknown
+    BusName ownerSeen; // NetworkManager's, as of the events handled so far
+    BusName ownerRead; // that of the NetworkManager that the library has read
 };
 
 } // namespace Lanvoy

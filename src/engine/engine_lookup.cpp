@@ -14,8 +14,18 @@ using NetworkManager::Device;
 
 namespace
 {
+
 constexpr char networkManager[] = "org.freedesktop.NetworkManager"; // bus name
+constexpr char nobody[] = "org.freedesktop.DBus.Error.NameHasNoOwner";
+
+std::optional<QString> ownerNow()
+{
+    const QDBusReply<QString> owner = QDBusConnection::systemBus().interface()->serviceOwner(networkManager);
+    const bool told = owner.isValid() || owner.error().name() == nobody;
+    return told ? std::optional(owner.value()) : std::nullopt;
 }
+
+} // namespace
 
 // Source: the wired device's Carrier property.
 bool Engine::isCarrierDetected(const DevicePtr& device)
@@ -45,19 +55,24 @@ bool Engine::isWhole(const DevicePtr& device)
     }
 }
 
-void Engine::followOwner()
+bool Engine::isLoopback(const DevicePtr& device)
 {
-    const QDBusConnection bus = QDBusConnection::systemBus();
-    auto* const watcher
-        = new QDBusServiceWatcher(networkManager, bus, QDBusServiceWatcher::WatchForOwnerChange, this);
-    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString&, const QString&, const QString& owner) { ownerSeen = owner; });
-    ownerSeen = bus.interface()->serviceOwner(networkManager);
+    return device->interfaceName() == QLatin1String("lo");
 }
 
-bool Engine::isOutdated() const
+void Engine::followOwner()
 {
-    return QDBusConnection::systemBus().interface()->serviceOwner(networkManager) != ownerSeen;
+    auto* const watcher = new QDBusServiceWatcher(networkManager, QDBusConnection::systemBus(),
+                                                  QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString&, const QString&, const QString& owner) { ownerSeen = owner; });
+    ownerSeen = ownerRead = ownerNow();
+}
+
+bool Engine::libraryIsBehind() const
+{
+    const BusName owner = ownerNow();
+    return owner && ownerRead && owner != ownerRead;
 }
 
 Engine::DevicePtr Engine::getDeviceFromUni(const QString& uni)

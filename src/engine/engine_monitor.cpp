@@ -20,7 +20,6 @@ namespace
 constexpr int scanIntervalMs = 30000;
 constexpr int addedDeviceDelayMs = 1000;
 constexpr int firstDocumentsMs = 10; // what two documents need to reach a broker near by
-constexpr char loopback[] = "lo";
 
 /**
  * Has the bus deliver all of NetworkManager's signals.
@@ -42,8 +41,8 @@ void subscribeToAllSignals()
 void Engine::reload()
 {
     log(Log::Info, "Reloading all devices and connections.");
-    const bool first = !libraryUsed;
-    libraryUsed = true;
+    const bool first = !reloadedBefore;
+    reloadedBefore = true;
     if (first) { // before the library asks for anything
         subscribeToAllSignals();
         followOwner();
@@ -63,7 +62,7 @@ void Engine::reloadDevices()
 {
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
-        if (!device->isValid() || device->interfaceName() == QLatin1String(loopback))
+        if (!device->isValid() || isLoopback(device))
             continue;
         log(Log::Info, "[%s] Device found: %s (active=%d, managed=%d)",
             qPrintable(deviceTypeToString(device->type())), qPrintable(device->interfaceName()),
@@ -83,6 +82,7 @@ void Engine::monitorNetwork()
             &Engine::onPrimaryConnectionChanged);
     connect(notifier, &NetworkManager::Notifier::deviceAdded, this, &Engine::onDeviceAdded);
     connect(notifier, &NetworkManager::Notifier::deviceRemoved, this, &Engine::onDeviceRemoved);
+    connect(notifier, &NetworkManager::Notifier::serviceDisappeared, this, [this] { ++restarts; });
 }
 
 void Engine::reloadDevice(const DevicePtr& device)
@@ -257,18 +257,23 @@ void Engine::onPrimaryConnectionChanged(const QString& uni)
 
 void Engine::onDeviceAdded(const QString& uni)
 {
+    // The library reads the connections just after the devices, by a timer like this one.
+    QTimer::singleShot(0, this, [this, added = restarts] {
+        if (added == restarts)
+            ownerRead = ownerSeen;
+    });
     const DevicePtr device = getDeviceFromUni(uni);
     if (!device || !device->isValid())
         return;
     log(Log::Info, "Device added: %s (dev=%s, active=%d, managed=%d)",
         qPrintable(deviceTypeToString(device->type())), qPrintable(device->interfaceName()),
         device->isActive(), device->managed());
-    if (device->interfaceName() == QLatin1String(loopback))
+    if (isLoopback(device))
         return;
     // After a restart of NetworkManager its devices are others, even at the same path, and the library would
     // list connections of before as nameless ones.
-    QTimer::singleShot(addedDeviceDelayMs, this, [this, device, owner = ownerSeen] {
-        if (owner == ownerSeen)
+    QTimer::singleShot(addedDeviceDelayMs, this, [this, device, added = restarts] {
+        if (added == restarts)
             reloadDevice(device);
     });
 }

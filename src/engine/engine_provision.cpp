@@ -3,7 +3,6 @@
 #include "settings.h"
 
 #include <NetworkManagerQt/Settings>
-#include <NetworkManagerQt/WirelessSecuritySetting>
 
 #include <QDateTime>
 
@@ -74,7 +73,7 @@ QSharedPointer<Connection> Engine::createConnection(const Target& target, const 
 {
     log(Log::Info, "[%s] Connection '%s' does not exist. Creating and activating.", qPrintable(target.kind),
         qPrintable(target.name));
-    if (lacksCarrier(target.device) || isLate(target))
+    if (lacksCarrier(target.device) || mustWait(target))
         return {};
 
     const ConnectionSettings::Ptr settings(new ConnectionSettings(target.type));
@@ -111,7 +110,7 @@ QSharedPointer<Connection> Engine::refreshConnection(const Target& target, const
     if (applyConfiguration(settings, config, target.security)) {
         log(Log::Info, "[%s] Connection settings have changed. Applying new settings.",
             qPrintable(target.kind));
-        if (isLate(target))
+        if (mustWait(target))
             return {};
         if (losesSecret(secrets, secretsOf(settings)))
             clearSecrets(target, *connection);
@@ -131,7 +130,7 @@ QSharedPointer<Connection> Engine::refreshConnection(const Target& target, const
         return connection;
     log(Log::Info, "[%s] Connection '%s' not active. Activating.", qPrintable(target.kind),
         qPrintable(target.name));
-    if (isLate(target) || !activate(target, *connection))
+    if (!activate(target, *connection))
         return {};
     log(Log::Info, "[%s] Connection '%s' activated.", qPrintable(target.kind), qPrintable(target.name));
     return connection;
@@ -211,13 +210,13 @@ bool Engine::mendRefused(NMVariantMapMap& map, const ConnectionSettings& setting
     return true;
 }
 
-// A request now would go to another connection, or add one a second time. The restart announces each device
-// again, and that starts over.
-bool Engine::isLate(const Target& target)
+// A request now would go to another connection, or add one a second time. NetworkManager will announce each
+// device again, and that starts over.
+bool Engine::mustWait(const Target& target)
 {
-    if (!isOutdated())
+    if (!libraryIsBehind())
         return false;
-    log(Log::Info, "[%s] NetworkManager has restarted. Connection '%s' will be checked again.",
+    log(Log::Info, "[%s] NetworkManager restarts. Connection '%s' will be checked again.",
         qPrintable(target.kind), qPrintable(target.name));
     return true;
 }
@@ -229,6 +228,8 @@ bool Engine::lacksCarrier(const DevicePtr& device)
 
 bool Engine::activate(const Target& target, const Connection& connection)
 {
+    if (mustWait(target))
+        return false;
     QDBusPendingReply<QDBusObjectPath> reply
         = NetworkManager::activateConnection(connection.path(), target.device->uni(), target.specificObject);
     reply.waitForFinished();

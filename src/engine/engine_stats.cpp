@@ -65,8 +65,7 @@ Engine::DevicePtr Engine::connectedModem()
 {
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
-        if (device->isValid() && device->interfaceName() != QLatin1String("lo")
-            && device->type() == Device::Modem && isWhole(device)
+        if (device->isValid() && !isLoopback(device) && device->type() == Device::Modem && isWhole(device)
             && mapDeviceState(device->state()) == Connected)
             return device;
     }

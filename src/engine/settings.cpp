@@ -115,9 +115,10 @@ bool updateWired(const ConnectionSettings::Ptr& settings, const Config::Ethernet
     return changed;
 }
 
-// A key that a profile leaves to somebody's agent would be missing, and so count as changed, with each run.
 bool updateSecurity(WirelessSecuritySetting& security, const QString& word, const QString& key)
 {
+    // The flags: a key that is left to somebody's agent would be missing, and count as changed, with each
+    // run.
     bool changed = false;
     if (word == QLatin1String("wep")) {
         changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::Wep,

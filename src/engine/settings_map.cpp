@@ -2,7 +2,6 @@
 
 #include <NetworkManagerQt/GsmSetting>
 #include <NetworkManagerQt/WirelessSecuritySetting>
-#include <NetworkManagerQt/WirelessSetting>
 
 namespace Lanvoy
 {

@@ -13,6 +13,7 @@
 #include <QJsonValue>
 #include <QMap>
 #include <QVariantMap>
+#include <QVector>
 
 #include <optional>
 
