@@ -103,11 +103,10 @@ class Client:
 class Service:
     """The service under test, with its log lines."""
 
-    def __init__(self, stack, settings, options):
+    def __init__(self, stack, settings):
         self.log_file = stack.folder / "service.log"
         log = open(self.log_file, "wb")
-        self.process = stack.start_service(BINARY, settings, "-e", *(options or ("-v", "3")),
-                                           stdout=log, stderr=log)
+        self.process = stack.start_service(BINARY, settings, "-e", "-v", "3", stdout=log, stderr=log)
 
     @property
     def log(self):
@@ -142,9 +141,9 @@ class World(Stack):
         self.broker = self.start_broker()
         self.client = Client(self.port)
 
-    def run(self, settings=(), options=None, wait=True):
+    def run(self, settings=(), wait=True):
         """Starts the service, with the last file when settings is None; with wait until its first round is done."""
-        self.service = Service(self, None if settings is None else dict(settings), options)
+        self.service = Service(self, None if settings is None else dict(settings))
         if wait:
             self.client.wait("info")
             if any(device["interface"] == "br0" and device["state"] for device in self.sim.devices()):

@@ -19,76 +19,44 @@ namespace
 
 struct Row {
     const char* name;
-    ConnectionSettings::ConnectionType type;
-    const char* security;
-    QStringList keys; // "Group/key=value" beyond what the row before has set
+    QString group;
+    QStringList keys; // of the group, beyond what the rows before have set
+    const char* security = "";
     const char* refusal = ""; // how NetworkManager's last answer begins; empty for accepted
 };
 
-constexpr auto wired = ConnectionSettings::Wired;
-constexpr auto wifi = ConnectionSettings::Wireless;
-constexpr auto gsm = ConnectionSettings::Gsm;
-
-// A profile of each kind is created by the kind's first row and updated by the following ones.
+// A profile of each kind is created by the group's first row and updated by the following ones.
 const Row rows[] = {
-    {"wired auto", wired, "", {}},
-    {"static",
-     wired,
-     "",
-     {"Ethernet/method=manual", "Ethernet/address=10.0.0.5", "Ethernet/mask=255.255.255.0"}},
-    {"gateway and servers",
-     wired,
-     "",
-     {"Ethernet/gateway=10.0.0.1", "Ethernet/dns0=1.1.1.1", "Ethernet/dns1=x"}},
-    {"other address", wired, "", {"Ethernet/address=10.0.0.6", "Ethernet/gateway="}},
-    {"any network", wired, "", {"Ethernet/mask=0.0.0.0", "Ethernet/dns0=0.0.0.0"}},
-    {"no address", wired, "", {"Ethernet/address="}, "ipv4.addresses:"},
-    {"mask as a number", wired, "", {"Ethernet/address=10.0.0.6", "Ethernet/mask=24"}, "ipv4.addresses:"},
-    {"no link", wired, "", {"Ethernet/method="}},
-    {"no autoconnect", wired, "", {"Ethernet/autocon=false", "Ethernet/method=auto"}},
-    {"back to a static address", wired, "", {"Ethernet/method=manual", "Ethernet/mask=255.0.0.0"}},
-    {"and to auto", wired, "", {"Ethernet/method=auto", "Ethernet/autocon=true"}},
-    {"open", wifi, "none", {"Wifi/ssid=net"}},
-    {"key", wifi, "wpa2", {"Wifi/key=12345678"}},
-    {"odd key", wifi, "wpa1-wpa2", {"Wifi/key=\" a\\\"b,c;d%e\\\\f=g \""}},
-    {"key of 64 characters", wifi, "wpa1", {"Wifi/key=" + QString(64, 'a')}},
-    {"short key", wifi, "wpa2", {"Wifi/key=1234567"}, "802-11-wireless-security.psk:"},
-    {"key removed", wifi, "wpa2", {"Wifi/key="}},
-    {"wep", wifi, "wep", {"Wifi/key=abcde"}},
-    {"static wifi", wifi, "wep", {"Wifi/method=manual", "Wifi/address=10.1.0.5", "Wifi/mask=255.255.0.0"}},
-    {"link-local wifi", wifi, "wep", {"Wifi/method=x"}},
-    {"apn", gsm, "", {}},
-    {"everything",
-     gsm,
-     "",
-     {"Modem/username=u", "Modem/password=p", "Modem/pin=1234", "Modem/network_id=00101"}},
-    {"password removed", gsm, "", {"Modem/password="}},
-    {"pin removed", gsm, "", {"Modem/pin=", "Modem/apn="}},
-    {"network that is none", gsm, "", {"Modem/network_id=1"}, "gsm.network-id:"},
-    {"servers",
-     gsm,
-     "",
-     {"Modem/network_id=", "Modem/method=manual", "Modem/address=10.2.0.5", "Modem/netmask=255.255.255.255",
-      "Modem/dns0=9.9.9.9", "Modem/dns1=9.9.9.9"}},
+    {"wired auto", "Ethernet", {}},
+    {"static", "Ethernet", {"method=manual", "address=10.0.0.5", "mask=255.255.255.0"}},
+    {"gateway and servers", "Ethernet", {"gateway=10.0.0.1", "dns0=1.1.1.1", "dns1=x"}},
+    {"other address", "Ethernet", {"address=10.0.0.6", "gateway="}},
+    {"any network", "Ethernet", {"mask=0.0.0.0", "dns0=0.0.0.0"}},
+    {"no address", "Ethernet", {"address="}, "", "ipv4.addresses:"},
+    {"mask as a number", "Ethernet", {"address=10.0.0.6", "mask=24"}, "", "ipv4.addresses:"},
+    {"no link", "Ethernet", {"method="}},
+    {"no autoconnect", "Ethernet", {"autocon=false", "method=auto"}},
+    {"back to a static address", "Ethernet", {"method=manual", "mask=255.0.0.0"}},
+    {"and to auto", "Ethernet", {"method=auto", "autocon=true"}},
+    {"open", "Wifi", {"ssid=net"}, "none"},
+    {"key", "Wifi", {"key=12345678"}, "wpa2"},
+    {"odd key", "Wifi", {"key=\" a\\\"b,c;d%e\\\\f=g \""}, "wpa1-wpa2"},
+    {"key of 64 characters", "Wifi", {"key=" + QString(64, 'a')}, "wpa1"},
+    {"short key", "Wifi", {"key=1234567"}, "wpa2", "802-11-wireless-security.psk:"},
+    {"key removed", "Wifi", {"key="}, "wpa2"},
+    {"wep", "Wifi", {"key=abcde"}, "wep"},
+    {"static wifi", "Wifi", {"method=manual", "address=10.1.0.5", "mask=255.255.0.0"}, "wep"},
+    {"link-local wifi", "Wifi", {"method=x"}, "wep"},
+    {"apn", "Modem", {}},
+    {"everything", "Modem", {"username=u", "password=p", "pin=1234", "network_id=00101"}},
+    {"pin removed", "Modem", {"pin="}}, // with a password: only the PIN is empty
+    {"password removed", "Modem", {"password=", "apn="}},
+    {"network that is none", "Modem", {"network_id=1"}, "", "gsm.network-id:"},
+    {"manual", "Modem", {"network_id=", "method=manual", "address=10.2.0.5", "netmask=255.255.255.255"}},
+    {"servers", "Modem", {"dns0=9.9.9.9", "dns1=9.9.9.9"}},
 };
 
-} // namespace
-
-class RealNetworkManagerTest : public QObject
-{
-    Q_OBJECT
-
-private Q_SLOTS:
-    void acceptsWhatIsSent();
-
-private:
-    void mergeSecrets(Connection& connection, const ConnectionSettings::Ptr& settings);
-    QString save(Connection& connection, const ConnectionSettings::Ptr& settings);
-
-    QTemporaryDir folder;
-};
-
-void RealNetworkManagerTest::mergeSecrets(Connection& connection, const ConnectionSettings::Ptr& settings)
+void mergeSecrets(Connection& connection, const ConnectionSettings::Ptr& settings)
 {
     for (const auto type : {Setting::WirelessSecurity, Setting::Gsm}) {
         const Setting::Ptr setting = settings->setting(type);
@@ -101,7 +69,7 @@ void RealNetworkManagerTest::mergeSecrets(Connection& connection, const Connecti
     }
 }
 
-QString RealNetworkManagerTest::save(Connection& connection, const ConnectionSettings::Ptr& settings)
+QString save(Connection& connection, const ConnectionSettings::Ptr& settings)
 {
     NMVariantMapMap map = settings->toMap();
     addEmptyGsmSecrets(map);
@@ -113,21 +81,33 @@ QString RealNetworkManagerTest::save(Connection& connection, const ConnectionSet
     return reply.isError() ? reply.error().message() : QString();
 }
 
-// What NetworkManager took is what it gives back: the next run finds nothing to change.
+} // namespace
+
+class RealNetworkManagerTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void acceptsWhatIsSent(); // what NetworkManager took is what it gives back: the next run changes nothing
+};
+
 void RealNetworkManagerTest::acceptsWhatIsSent()
 {
-    QMap<int, QString> paths;
+    const QMap<QString, ConnectionSettings::ConnectionType> types = {{"Ethernet", ConnectionSettings::Wired},
+                                                                     {"Wifi", ConnectionSettings::Wireless},
+                                                                     {"Modem", ConnectionSettings::Gsm}};
+    const QTemporaryDir folder;
+    QMap<QString, QString> paths; // by group
     QFile file(folder.filePath("lanvoy.conf"));
     QVERIFY(file.open(QIODevice::ReadWrite));
     for (const Row& row : rows) {
         for (const QString& key : row.keys) // a later section or key takes the place of an earlier one
-            file.write(QString("[%1]\n%2\n").arg(key.section('/', 0, 0), key.section('/', 1)).toUtf8());
+            file.write(QString("[%1]\n%2\n").arg(row.group, key).toUtf8());
         file.flush();
         const Config config(file.fileName(), nullptr);
         const QByteArray context = row.name;
 
-        if (!paths.contains(row.type)) {
-            const ConnectionSettings::Ptr settings(new ConnectionSettings(row.type));
+        if (!paths.contains(row.group)) {
+            const ConnectionSettings::Ptr settings(new ConnectionSettings(types[row.group]));
             settings->setUuid(ConnectionSettings::createNewUuid());
             updateConnectionSettings(settings, config, row.security);
             NMVariantMapMap map = settings->toMap();
@@ -138,9 +118,9 @@ void RealNetworkManagerTest::acceptsWhatIsSent()
                 reply.waitForFinished();
             }
             QVERIFY2(reply.isValid(), context + ": " + reply.error().message().toUtf8());
-            paths.insert(row.type, reply.value().path());
+            paths.insert(row.group, reply.value().path());
         }
-        const QString path = paths.value(row.type);
+        const QString path = paths.value(row.group);
         const auto held = [&path] {
             Connection fresh(path); // not from the library's cache
             return ConnectionSettings::Ptr(new ConnectionSettings(fresh.settings()->toMap()));

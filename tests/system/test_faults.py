@@ -31,8 +31,8 @@ def profiles(world):
     return [profile["name"] for profile in world.sim.profiles()]
 
 
-def connected(world, options=None):
-    service = world.run(WIFI, options)
+def connected(world):
+    service = world.run(WIFI)
     for topic in STATES:
         world.client.wait(topic, lambda d: d["stateStr"] == "Connected")
     return service
@@ -104,7 +104,12 @@ def device_gone(world, service):
 def retained_set_command(world, service):
     """It runs again with each session, and changes nothing the second time."""
     world.client.mqtt.publish(f"{BASE}/ethernet/config/set", b'{"method": "auto"}', retain=True)
-    broker_killed(world, service)
+    service.wait_log("Command Received : ethernet/config/set")
+    world.end_service()
+    world.sim.reset_calls()
+    world.run(None).wait_log("Command Received : ethernet/config/set")
+    world.client.settle()
+    assert world.sim.count_calls(PROFILE + ".Update") == 0
 
 
 def services_restart_together(world, service):

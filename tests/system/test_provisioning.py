@@ -12,7 +12,6 @@ CLEAR = PROFILE + ".ClearSecrets"
 STATIC = {"method": "manual", "address": "10.0.0.5", "netmask": "255.255.255.0"}
 # Messages about the device that come by themselves.
 MEANWHILE = ("State changed", "Publishing Data", "Started monitoring Data", "Stopped monitoring Data")
-INTERFACES = {"ethernet": "eth0", "wifi": "wlan0", "modem": "cdc-wdm0"}
 
 
 def provision(world, kind, fields):
@@ -206,24 +205,6 @@ def test_convergence(world):
         assert not {UPDATE, ADD, CLEAR} & set(members(requests)), (kind, fields, lines, requests)
 
 
-def test_reload_asks_for_secrets_only(world):
-    """A new broker session changes nothing and makes no other request than those for secrets."""
-    service = world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
-    for kind in INTERFACES:
-        world.client.wait(f"{kind}/state", lambda d: d["stateStr"] == "Connected")
-    world.client.settle()
-    world.sim.reset_calls()
-    world.broker.kill()
-    world.broker.wait()
-    world.client.close()
-    world.begin()
-    service.wait_log("IPC Connected to", 2)
-    world.client.wait("modem/signal")
-    world.client.settle()
-    called = [call["member"] for call in world.sim.calls() if call["member"].startswith(NM)]
-    assert called.count(SECRETS) == 4 and set(called) == {SECRETS}  # provisioning and document, wifi and modem
-
-
 def test_set_commands(world):
     """Fields are stored as they come, those left out are emptied; errors name the commands that they name."""
     world.run()
@@ -244,6 +225,6 @@ def test_set_commands(world):
     listing = dict(line.split(": ", 1) for line in service.lines("Config") if ": " in line)
     held = {key.strip(): value for key, value in listing.items()}
     assert held["modem.pin"] == "" and held["modem.network_id"] == "" and held["modem.autocon"] == "1"
-    assert held["modem.password"] == "p" * 10000 and held["modem.id"] == "Broadband"
-    assert held["wifi.method"] == "" and held["wifi.key"] == "x" and held["modem.usageSec"] == "120"
+    assert held["modem.password"] == "p" * 10000 and held["modem.id"] == "Broadband" and held["modem.usageSec"] == "120"
+    assert held["wifi.method"] == held["modem.method"] == "" and held["wifi.key"] == "x"
     assert f"Configured access point '{nasty}' not in range" in service.log and held["modem.apn"] == nasty

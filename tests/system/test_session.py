@@ -3,7 +3,7 @@ import signal
 import socket
 
 import pytest
-from conftest import BASE, BINARY, Client, until
+from conftest import BASE, BINARY, Client
 from sim.stack import end
 
 
@@ -14,7 +14,6 @@ def test_session_order(world):
         f"Connecting to 127.0.0.1:{world.port}", "Connected.", f"Subscribing to topic [{BASE}/+/get].",
         f"Subscribing to topic [{BASE}/+/+/get].", f"Subscribing to topic [{BASE}/+/+/set]."]
     assert world.service.lines()[:2] == ["IPC Connected to 127.0.0.1", "Reloading all devices and connections."]
-    assert [m.topic for m in world.client.messages if m.qos == 2][:2] == ["status", "info"]
 
 
 def test_payloads(world):
@@ -101,19 +100,3 @@ def test_without_bus_and_services(gateway, world):
     assert (status["stateStr"], status["primaryConnection"]) == ("Unknown", None)
     assert world.client.ask("wifi/state/get", {}, "error")["error"] == "Invalid device specified: "
     assert service.poll() is None
-
-
-def test_documents_of_a_session_down_are_lost(world):
-    """Nothing is queued: what happened meanwhile is only seen through the fresh documents."""
-    service = world.run()
-    end(world.broker)
-    service.wait_log("IPC Disconnected.")
-    world.sim.set_signal(1)
-    world.sim.set_signal(2)
-    service.wait_log("Signal changed '2'")
-    world.client.close()
-    world.begin()
-    world.client.wait("modem/signal")
-    world.client.settle()
-    assert {m.document["quality"] for m in world.client.on("modem/signal")} == {2}
-    until(lambda: service.alive, "alive")
