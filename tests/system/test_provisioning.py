@@ -36,6 +36,13 @@ def disconnect(world):
     world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Disconnected")
 
 
+def plug(world, carrier):
+    """Plugs the wired device's cable in or out and waits until the service knows."""
+    world.client.forget()
+    world.sim.set_carrier("eth0", carrier)
+    world.client.wait("ethernet/state", lambda d: d["reasonStr"] == "CarrierReason")
+
+
 def members(requests):
     return [member for member, _ in requests]
 
@@ -51,8 +58,7 @@ def test_wired(world):
         "[Ethernet] Connection 'Ethernet' does not exist. Creating and activating.", out]
     assert [p["name"] for p in sim.profiles()] == ["lo"]
 
-    sim.set_carrier("eth0", True)
-    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Disconnected")
+    plug(world, True)
     lines, requests = provision(world, "ethernet", {"method": "auto"})
     assert lines == ["Checking connection: Ethernet",
                      "Connection 'Ethernet' does not exist. Creating and activating.",
@@ -81,8 +87,7 @@ def test_wired(world):
     document = world.client.ask("ethernet/config/get")
     assert document == {"interface": "eth0", "gateway": "0.0.0.0", **STATIC}
 
-    sim.set_carrier("eth0", False)
-    world.client.wait("ethernet/state", lambda d: d["state"] == 1)
+    plug(world, False)
     lines, requests = provision(world, "ethernet", {"method": "auto"})
     assert lines[-1] == out.removeprefix("[Ethernet] ") and ACTIVATE not in members(requests)
     ipv4 = sim.profile("Ethernet")["ipv4"]
