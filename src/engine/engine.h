@@ -64,6 +64,7 @@ public Q_SLOTS:
 private:
     using CommandHandler = void (Engine::*)(const QJsonObject&);
     using DevicePtr = QSharedPointer<NetworkManager::Device>;
+    using BusName = std::optional<QString>; // a unique one; empty while there is none, nothing if unknown
 
     // Monitoring: engine_monitor.cpp
     void reload();
@@ -185,7 +186,6 @@ private:
     QMap<QString, CommandHandler> commands;
     bool reloadedBefore = false; // the first reload differs
     int restarts = 0; // of NetworkManager
-    using BusName = std::optional<QString>; // a unique one; empty while there is none, nothing if unknown
     BusName ownerSeen; // NetworkManager's, as of the events handled so far
     BusName ownerRead; // that of the NetworkManager that the library has read
 };

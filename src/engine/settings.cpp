@@ -117,8 +117,7 @@ bool updateWired(const ConnectionSettings::Ptr& settings, const Config::Ethernet
 
 bool updateSecurity(WirelessSecuritySetting& security, const QString& word, const QString& key)
 {
-    // The flags: a key that is left to somebody's agent would be missing, and count as changed, with each
-    // run.
+    // A key that is left to an agent would be missing and count as changed with each run; hence the flags.
     bool changed = false;
     if (word == QLatin1String("wep")) {
         changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::Wep,

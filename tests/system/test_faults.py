@@ -85,6 +85,17 @@ def networkmanager_dies_in_a_call(world, service):
     world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected")
 
 
+def networkmanager_restarts_in_a_set_command(world, service):
+    """Nothing is written on paths of before; the devices that are announced again bring it about."""
+    world.sim.drop_method(PROFILE + ".GetSecrets", times=1)
+    world.sim.reset_calls()
+    world.client.send("modem/config/set", {"method": "auto", "apn": "other"})
+    until(lambda: world.sim.count_calls(PROFILE + ".GetSecrets"), "the request has arrived")
+    world.sim.restart("nm")
+    service.wait_log("[Modem] NetworkManager restarts. Connection 'Broadband' will be checked again.")
+    until(lambda: world.sim.profile("Broadband")["gsm"]["apn"] == "other", "the new access point name")
+
+
 def device_storm(world, service):
     for turn in range(100):
         world.sim.set_device_state("br0", 30 if turn % 2 else 40, 0)
@@ -146,8 +157,8 @@ def stale_lock(world, service):
 
 
 FAULTS = [broker_killed, broker_frozen, networkmanager_refuses, networkmanager_slow, networkmanager_silent,
-          networkmanager_dies_in_a_call, device_storm, device_gone, retained_set_command,
-          services_restart_together, networkmanager_restarts_twice, stale_lock]
+          networkmanager_dies_in_a_call, networkmanager_restarts_in_a_set_command, device_storm, device_gone,
+          retained_set_command, services_restart_together, networkmanager_restarts_twice, stale_lock]
 
 
 @pytest.mark.parametrize("fault", FAULTS, ids=lambda fault: fault.__name__)
