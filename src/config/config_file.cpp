@@ -1,5 +1,7 @@
 #include "config.h"
 
+#include "diskroom.h"
+
 #include <QSettings>
 #include <QVariant>
 
@@ -108,6 +110,8 @@ void Config::readConfiguration()
 
 void Config::writeDefaultConfiguration()
 {
+    if (!hasRoomToSave(settings->fileName()))
+        return;
     for (const Key& key : keysOf(m_records)) {
         // Deliberate: a new file has "Modem/dns0" written twice and no "Modem/dns1"; the first save adds it.
         const char* name = qstrcmp(key.name, "Modem/dns1") == 0 ? "Modem/dns0" : key.name;
@@ -118,6 +122,9 @@ void Config::writeDefaultConfiguration()
 
 void Config::writeConfiguration()
 {
+    // Deliberate: not reported, like any file that cannot be written. The next save writes all of it.
+    if (!hasRoomToSave(settings->fileName()))
+        return;
     for (const Key& key : keysOf(m_records)) {
         const QVariant value = std::visit([](const auto* field) { return valueOf(field); }, key.field);
         settings->setValue(QLatin1String(key.name), value);

@@ -1,5 +1,6 @@
 #include "engine.h"
 
+#include "config/diskroom.h"
 #include "usage.h"
 
 #include <ModemManagerQt/Manager>
@@ -36,6 +37,8 @@ void Engine::wireStatsTimer()
 
 void Engine::pruneStats()
 {
+    if (!hasRoomToSave(statsStore.fileName()))
+        return;
     const QDateTime now = QDateTime::currentDateTime();
     const QStringList groups = statsStore.childGroups();
     for (const QString& group : groups) {
@@ -108,6 +111,10 @@ void Engine::updateModemStats()
     const QFileInfo planted(snapshotPath);
     if (planted.isSymLink() || (planted.exists() && !planted.isFile()))
         QFile::remove(snapshotPath);
+    if (!hasRoomToSave(snapshotPath) || !hasRoomToSave(statsStore.fileName())) {
+        publishModemStats(); // the bytes are booked with the first sample that can be kept
+        return;
+    }
     QSettings snapshot(snapshotPath, QSettings::IniFormat);
 
     const QString month = monthName(now);

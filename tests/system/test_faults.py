@@ -1,5 +1,4 @@
 """The worst moments: after each fault the service lives, the log tells, and every retained document is right again."""
-import os
 import signal
 import socket
 import threading
@@ -206,15 +205,6 @@ def test_session_cut(world, moment):
     world.client.wait("modem/state", lambda d: d["stateStr"] == "Connected")
     all_right(world)
     front.close()
-
-
-def test_unwritable_configuration(world):
-    """A folder lies where the file should be: the service runs on its defaults and leaves the folder alone."""
-    (world.folder / "lanvoy.conf").mkdir()
-    service = world.run(None, wait=False)
-    service.wait_log("Config file not found")
-    service.wait_log("Connecting to localhost:1883")
-    assert os.listdir(world.folder / "lanvoy.conf") == []
 
 
 @pytest.mark.parametrize("topic", STATES)

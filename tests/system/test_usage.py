@@ -1,4 +1,5 @@
 """Data usage with real kernel counters: a veth pair in a network namespace of its own stands for the modem's data."""
+import contextlib
 import os
 import pathlib
 import shutil
@@ -124,6 +125,37 @@ def test_planted_files(world, plant):
     used(world, 0.02, 0.02)
     assert victim.exists() == (plant == "symlink") and (plant != "symlink" or victim.read_text() == "precious")
     assert (world.folder / "stats").is_file() == (plant == "directory")
+
+
+def test_full_disk(world):
+    """Both files stay whole, and what could not be saved is saved once there is space again."""
+    disk = world.folder / "disk"
+    disk.mkdir()
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", disk], check=True)
+    config, stats, filler = (disk / name for name in ("lanvoy.conf", "modem.ini", "filler"))
+    (world.folder / "lanvoy.conf").symlink_to(config)
+    (world.folder / "stats").symlink_to(disk)
+    try:
+        world.run(SAMPLED)
+        used(world, 0, 0)
+        before = config.read_text(), stats.read_text()
+        with filler.open("wb", 0) as file, contextlib.suppress(OSError):
+            while file.write(bytes(4096)):
+                pass
+        world.client.send("ethernet/config/set", {"method": "auto", "dns1": "192.0.2.77"})
+        transfer(30, 20)
+        world.client.forget()
+        until(lambda: len(world.client.on("modem/stats")) > 2, "samples go on")
+        used(world, 0, 0)
+        assert (config.read_text(), stats.read_text()) == before
+        filler.unlink()
+        transfer(10, 0)
+        used(world, 0.04, 0.02)
+        world.client.send("modem/config/set", {"method": "auto"})
+        world.client.settle()
+        assert "dns1=192.0.2.77" in config.read_text() and "txbytes=40000" in stats.read_text()
+    finally:
+        subprocess.run(["umount", "-l", disk], check=True)
 
 
 @pytest.mark.parametrize("lack", ["interface", "bearer", "ModemManager object"])

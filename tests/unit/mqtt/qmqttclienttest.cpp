@@ -237,7 +237,7 @@ private Q_SLOTS:
         }
     }
 
-    void stuckBrokerHoldsUpBriefly()
+    void stuckBrokerCannotHoldUpTheEnd()
     {
         Broker broker;
         broker.readsAfterConnect = false;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+
+namespace Lanvoy
+{
+
+/**
+ * Whether the disk has room for a new version of a settings file.
+ *
+ * To be asked before QSettings gets a value: it saves by itself later, and on a full disk it puts an empty
+ * file in the place of the old one, because it does not see that the last write failed.
+ *
+ * @param path the file, which need not exist
+ * @return false when less than 64 KiB are free; true also where that cannot be told. Source: the file system
+ */
+bool hasRoomToSave(const QString& path);
+
+} // namespace Lanvoy
