@@ -10,7 +10,7 @@ namespace Lanvoy
 
 bool hasRoomToSave(const QString& path)
 {
-    constexpr quint64 enough = 64 * 1024; // bytes; the files have some hundred
+    constexpr quint64 enough = 65536; // bytes; the files have some hundred
     const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
     struct statvfs disk = {};
     if (statvfs(QFile::encodeName(path).constData(), &disk) != 0 && statvfs(folder.constData(), &disk) != 0)
