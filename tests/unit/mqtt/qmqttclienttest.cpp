@@ -82,6 +82,7 @@ private Q_SLOTS:
             {ok + two, Broker::CloseAfterAnswer, "s1 s2 up m:a=1 m:b= s0 down e256"},
             {ok + two.chopped(1), Broker::CloseAfterAnswer, "s1 s2 up m:a=1 s0 down e256"},
             {ok + garbage, Broker::KeepOpen, "s1 s2 up s0 down e257"},
+            {ok + Broker::message(char(0xff), "1"), Broker::KeepOpen, "s1 s2 up s0 down e257"}, // no UTF-8
         };
         for (const auto& row : rows) {
             Broker broker;
