@@ -14,6 +14,7 @@
 
 namespace
 {
+constexpr qint64 unconfirmedLimit = 16 * 1024 * 1024; // bytes
 constexpr int goodbyeLimitMs = 250; // a broker that takes no data must not hold up the event loop longer
 
 QMqttClient::ClientError errorFor(int result)
@@ -249,7 +250,11 @@ int MqttConnection::publish(const QString& topic, const QByteArray& message, qui
     if (result == MOSQ_ERR_SUCCESS && qos > 0) {
         if (unconfirmed.isEmpty())
             sinceConfirmation.start();
-        unconfirmed.insert(id);
+        unconfirmed.insert(id, message.size());
+        unconfirmedBytes += message.size();
+        // A broker that confirms nothing, or less than is published, would fill the memory.
+        if (unconfirmedBytes > unconfirmedLimit)
+            noteLost(MOSQ_ERR_KEEPALIVE);
     }
     return afterRequest(result, id);
 }

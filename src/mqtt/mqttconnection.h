@@ -3,11 +3,11 @@
 #include "qmqttclient.h"
 
 #include <QElapsedTimer>
+#include <QHash>
 #include <QHostAddress>
 #include <QIODevice>
 #include <QList>
 #include <QQueue>
-#include <QSet>
 #include <QTimer>
 
 class QHostInfo;
@@ -115,7 +115,9 @@ private:
     QTimer keepAliveTimer;
     QTimer wakeUp; // for what must not happen within the call of the client's user
     QQueue<Event> events;
-    QSet<int> unconfirmed; // ids of QoS 1 and 2 messages; QoS 0 is reported by the library, but not by Qt
+    /** Sizes in bytes by id of QoS 1 and 2 messages; QoS 0 is reported by the library, but not by Qt. */
+    QHash<int, int> unconfirmed;
+    qint64 unconfirmedBytes = 0;
     QElapsedTimer sinceConfirmation; // or, where nothing was to be confirmed, since the first message
     int refusal = 0; // return code of a CONNACK that refused
     bool lost = false; // the last event is in the queue

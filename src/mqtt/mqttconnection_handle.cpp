@@ -82,7 +82,10 @@ void MqttConnection::setCallbacks()
     });
     mosquitto_publish_callback_set(handle, [](mosquitto*, void* object, int id) {
         MqttConnection* const connection = connectionOf(object);
-        if (connection->unconfirmed.remove(id)) {
+        const auto confirmed = connection->unconfirmed.constFind(id);
+        if (confirmed != connection->unconfirmed.constEnd()) {
+            connection->unconfirmedBytes -= *confirmed;
+            connection->unconfirmed.erase(confirmed);
             connection->sinceConfirmation.start();
             connection->events.enqueue({Event::Sent, id, 0, {}, {}});
         }

@@ -252,6 +252,23 @@ private Q_SLOTS:
         QCOMPARE(broker.count(Broker::Publish), 0);
     }
 
+    void unconfirmedMessagesEndSession()
+    {
+        Broker stuck;
+        stuck.answersMessages = false;
+        Session session(stuck);
+        session.client->connectToHost();
+        QTRY_COMPARE(session.trace, "s1 s2 up");
+        const QByteArray megabyte(1 << 20, 'x');
+        for (int sent = 0; sent < 16; ++sent)
+            QVERIFY(session.client->publish(QString("a"), megabyte, 2) > 0);
+        QTest::qWait(20);
+        QCOMPARE(session.trace, "s1 s2 up");
+        session.client->publish(QString("a"), "x", 2);
+        QCOMPARE(session.trace, "s1 s2 up"); // the rest comes from the event loop
+        QTRY_COMPARE(session.trace, "s1 s2 up s0 down e3");
+    }
+
     void unansweredKeepAliveEndsSession()
     {
         Broker silent, stuck;
