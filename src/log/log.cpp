@@ -66,13 +66,6 @@ std::string Log_formatColor(Log::Level level, const char* format)
     return rowOf(level).colorPrefix + std::string(format) + colorReset;
 }
 
-// Most lines are masked, and putting one together takes longer than the rest of a short command's work.
-bool isMasked(Log::Level level)
-{
-    constexpr int unchanged = 0;
-    return (setlogmask(unchanged) & LOG_MASK(rowOf(level).priority)) == 0;
-}
-
 } // namespace
 
 namespace Log
@@ -93,8 +86,6 @@ void setLevel(Level level)
 
 void vprint(Level level, const char* format, va_list args)
 {
-    if (isMasked(level))
-        return;
     const double elapsedSec = (wallClockMs() - time_start) / 1000;
     std::string line = Log_format("[%9.03f] ", elapsedSec);
     line += Log_colorEnable ? Log_formatColor(level, format) : format;
@@ -107,8 +98,7 @@ void vprint(Level level, const char* format, va_list args)
 
 void vprint(Level level, const char* tag, const char* format, va_list args)
 {
-    if (!isMasked(level))
-        vprint(level, (std::string(tag) + format).c_str(), args);
+    vprint(level, (std::string(tag) + format).c_str(), args);
 }
 
 } // namespace Log

@@ -12,7 +12,7 @@
 namespace Log
 {
 
-enum Level {
+enum Level : int {
     Error = 0,
     Warning = 1,
     Info = 2,

@@ -19,7 +19,7 @@ namespace Lanvoy
 {
 
 /** The service's own coarse device state; Connected is the one state that counts as connected everywhere. */
-enum DeviceState {
+enum DeviceState : int {
     Unavailable = 0,
     Disconnected = 1,
     Disconnecting = 2,
