@@ -22,6 +22,8 @@ Config::Config(const QString& fileName, QObject* parent)
         log(Log::Warning, "Config file not found: '%s'.", qPrintable(path));
         log(Log::Warning, "Creating file with default values.");
         writeDefaultConfiguration();
+    } else if (settings->status() == QSettings::AccessError) {
+        log(Log::Error, "Config file cannot be read: '%s'.", qPrintable(path));
     }
     readConfiguration();
     printConfiguration();

@@ -21,7 +21,7 @@ struct Key {
     QVariant fallback;
 };
 
-/** The keys in the order in which a new file lists them. */
+/** The keys in the order in which they are read and written; QSettings sorts them in the file. */
 std::vector<Key> keysOf(Config::Records& r)
 {
     Config::Ipv4Config& ethernet = r.ethernet.ipv4;

@@ -6,6 +6,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <unistd.h>
+
 using Lanvoy::Config;
 
 namespace
@@ -89,6 +91,22 @@ private Q_SLOTS:
             QCOMPARE(config.mqtt().url, "localhost");
             config.setWifi(config.wifi()); // cannot be saved, which is no error either
         }
+    }
+
+    void unreadableFileIsReported()
+    {
+        if (geteuid() != 0)
+            QSKIP("needs another user's file");
+        write(path, "[Mqtt]\nurl=broker\n");
+        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner));
+        QVERIFY(QFile::setPermissions(folder->path(), QFile::Permissions(0x7755)));
+        StderrCapture captured;
+        Log::open("configtest", true, false);
+        QCOMPARE(seteuid(65534), 0);
+        const Config config(path, nullptr);
+        QCOMPARE(seteuid(0), 0);
+        QCOMPARE(captured.take().count("[Config] Config file cannot be read: '" + path.toUtf8() + "'."), 1);
+        QCOMPARE(config.mqtt().url, "localhost");
     }
 
     // Each key's text is the label of its line, so that every mix-up shows.
