@@ -83,6 +83,10 @@ class Sim:
     def set_carrier(self, device, carrier):
         self.call("SetCarrier", device, carrier)
 
+    def lease(self, device, address):
+        """address: with its prefix, such as "192.0.2.99/24" """
+        self.call("Lease", device, address)
+
     def set_managed(self, device, managed):
         self.call("SetManaged", device, managed)
 

@@ -127,6 +127,13 @@ class Control(BusObject):
     def SetCarrier(self, device, carrier):
         self._device(device, "wired").set_carrier(bool(carrier))
 
+    @method(SIM, "ss")
+    def Lease(self, device, address):
+        """Gives a connected device another address, as a new lease does: its configuration changes in place."""
+        found = self._device(device)
+        found.lease = str(address)
+        nm_activation.configure_ip(found, found.active)
+
     @method(SIM, "sb")
     def SetManaged(self, device, managed):
         self._device(device).set_managed(bool(managed))

@@ -117,7 +117,7 @@ def _walk(device, active, in_use):
     active.set(StateFlags=LAYER2_READY)
     device.change_state(dev.IP_CONFIG)
     yield daemon.options["dhcp_ms"] if _method(active) == "auto" else step_ms
-    _configure_ip(device, active)
+    configure_ip(device, active)
     active.set(StateFlags=LAYER2_READY | IP4_READY)
     daemon.manager.refresh_primary()
     for state in (dev.IP_CHECK, dev.SECONDARIES, dev.ACTIVATED):
@@ -158,7 +158,7 @@ def _method(active):
     return str(active.profile.group("ipv4").get("method", "auto"))
 
 
-def _configure_ip(device, active):
+def configure_ip(device, active):
     """Fills the device's IPv4 configuration: static settings of the profile, joined to the lease in method auto."""
     ipv4 = active.profile.group("ipv4")
     addresses = [(str(a["address"]), int(a["prefix"])) for a in ipv4.get("address-data", [])]

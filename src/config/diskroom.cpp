@@ -10,12 +10,14 @@ namespace Lanvoy
 
 bool hasRoomToSave(const QString& path)
 {
-    constexpr quint64 enough = 65536; // bytes; the files have some hundred
-    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    const QFileInfo file(path);
+    const QByteArray folder = QFile::encodeName(file.absolutePath());
     struct statvfs disk = {};
     if (statvfs(QFile::encodeName(path).constData(), &disk) != 0 && statvfs(folder.constData(), &disk) != 0)
         return true;
-    return static_cast<quint64>(disk.f_bavail) * disk.f_frsize >= enough;
+    // ramfs and the like have no size at all.
+    const auto room = static_cast<quint64>(disk.f_bavail) * disk.f_frsize;
+    return disk.f_blocks == 0 || room >= 2 * static_cast<quint64>(file.size()) + disk.f_frsize;
 }
 
 } // namespace Lanvoy

@@ -12,7 +12,8 @@ namespace Lanvoy
  * file in the place of the old one, because it does not see that the last write failed.
  *
  * @param path the file, which need not exist
- * @return false when less than 64 KiB are free; true also where that cannot be told. Source: the file system
+ * @return false when less is free than twice the file's size and one block; true also where the file system
+ *         reports no size
  */
 bool hasRoomToSave(const QString& path);
 

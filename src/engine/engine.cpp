@@ -1,6 +1,9 @@
 #include "engine.h"
 
+#include <QCoreApplication>
+
 #include <cstdarg>
+#include <cstdlib>
 
 namespace Lanvoy
 {
@@ -15,6 +18,7 @@ Engine::Engine(const QString& configFile, QObject* parent)
     connect(ipc.data(), &IPC::connected, this, &Engine::onIPCConnected);
     connect(ipc.data(), &IPC::disconnected, this, &Engine::onIPCDiscconnected);
     connect(ipc.data(), &IPC::commandReceived, this, &Engine::onIPCCommandReceived);
+    connect(&ipc->bus(), &BusWatch::disconnected, this, &Engine::onBusDisconnected);
     wireStatsTimer();
     pruneStats();
 }
@@ -41,6 +45,13 @@ void Engine::onIPCConnected(const QString& server)
 void Engine::onIPCDiscconnected()
 {
     log(Log::Info, "IPC Disconnected.");
+}
+
+// Without the bus the libraries would go on showing what they last knew. The unit starts a new process.
+void Engine::onBusDisconnected()
+{
+    log(Log::Error, "Lost the system bus, exiting.");
+    QCoreApplication::exit(EXIT_FAILURE);
 }
 
 void Engine::log(Log::Level level, const char* format, ...)

@@ -8,6 +8,7 @@
 #include <NetworkManagerQt/ActiveConnection>
 #include <NetworkManagerQt/Connection>
 #include <NetworkManagerQt/ConnectionSettings>
+#include <NetworkManagerQt/Ipv4Setting>
 #include <NetworkManagerQt/Manager>
 
 #include <QJsonObject>
@@ -47,6 +48,34 @@ public:
     /** Starts the broker session. */
     void start();
 
+    /**
+     * Writes the configuration of a device kind into connection settings.
+     *
+     * @param settings changed in place; its type tells the kind, null and other types are left alone
+     * @param security of the access point, as apSecurity() names it; wifi only
+     * @return true when something that counts as a change was written
+     */
+    static bool updateConnectionSettings(const QSharedPointer<NetworkManager::ConnectionSettings>& settings,
+                                         const Config& config, const QString& security);
+
+    /**
+     * Writes one IPv4 record into an IPv4 setting.
+     *
+     * Addresses compare as IPv4 values: empty, unreadable and IPv6 texts and 0.0.0.0 are the same "none".
+     *
+     * @return true when it changed anything
+     */
+    static bool updateIpv4Configuration(const QSharedPointer<NetworkManager::Ipv4Setting>& setting,
+                                        const Config::Ipv4Config& ipv4);
+
+    /**
+     * Reads one kernel byte counter.
+     *
+     * @param path counter file, such as /sys/class/net/wwan0/statistics/rx_bytes
+     * @return bytes; 0 when the file cannot be read or holds no number
+     */
+    static qint64 readIntegerFromFile(const QString& path);
+
 public Q_SLOTS:
     // Order and names of parameters are part of the interface: the method table shows them.
     void onIPCConnected(const QString&);
@@ -64,11 +93,9 @@ public Q_SLOTS:
 private:
     using CommandHandler = void (Engine::*)(const QJsonObject&);
     using DevicePtr = QSharedPointer<NetworkManager::Device>;
-    using BusName = std::optional<QString>; // a unique one; empty while there is none, nothing if unknown
 
     // Monitoring: engine_monitor.cpp
     void reload();
-    void reloadDevices();
     void monitorNetwork();
     void reloadDevice(const DevicePtr& device);
     void monitorDevice(const DevicePtr& device);
@@ -87,13 +114,6 @@ private:
      * tell. */
     static bool isWhole(const DevicePtr& device);
     static bool isLoopback(const DevicePtr& device);
-    /** Follows which process is NetworkManager; must come before the library's first use. */
-    void followOwner();
-    /**
-     * Whether NetworkManager restarts and the library has not read the new one yet. What the library knows
-     * then is nothing, or bears D-Bus paths that belong to others now. Source: the owner of the bus name.
-     */
-    bool libraryIsBehind() const;
     DevicePtr getDeviceFromUni(const QString& uni);
     DevicePtr getDeviceFromSender(QObject* sender);
     QSharedPointer<NetworkManager::ActiveConnection> getConnectionFromUni(const QString& uni);
@@ -156,7 +176,6 @@ private:
                                     const Config& config);
     void fetchSecrets(const Target& target, NetworkManager::Connection& connection,
                       const SettingsPtr& settings);
-    bool applyConfiguration(const SettingsPtr& settings, const Config& config, const QString& security);
     void clearSecrets(const Target& target, NetworkManager::Connection& connection);
     bool saveSettings(const Target& target, NetworkManager::Connection& connection,
                       const SettingsPtr& settings);
@@ -174,9 +193,11 @@ private:
     void wireStatsTimer();
     void pruneStats();
     DevicePtr connectedModem();
+    void bookSample(const ModemStats& stats, QSettings& snapshot);
     ModemStats getModemStats(const QSharedPointer<NetworkManager::ModemDevice>& device);
 
-    void log(Log::Level level, const char* format, ...) Q_ATTRIBUTE_FORMAT_PRINTF(3, 4);
+    void onBusDisconnected();
+    static void log(Log::Level level, const char* format, ...) Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
     QTimer statsTimer;
     QSettings statsStore; // one group per month
@@ -184,10 +205,6 @@ private:
     QScopedPointer<IPC> ipc;
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;
-    bool reloadedBefore = false; // the first reload differs
-    int restarts = 0; // of NetworkManager
-    BusName ownerSeen; // NetworkManager's, as of the events handled so far
-    BusName ownerRead; // that of the NetworkManager that the library has read
 };
 
 } // namespace Lanvoy

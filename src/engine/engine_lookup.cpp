@@ -3,29 +3,10 @@
 #include <NetworkManagerQt/Settings>
 #include <NetworkManagerQt/WirelessNetwork>
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusServiceWatcher>
-
 namespace Lanvoy
 {
 
 using NetworkManager::Device;
-
-namespace
-{
-
-constexpr char networkManager[] = "org.freedesktop.NetworkManager"; // bus name
-constexpr char nobody[] = "org.freedesktop.DBus.Error.NameHasNoOwner";
-
-std::optional<QString> ownerNow()
-{
-    const QDBusReply<QString> owner = QDBusConnection::systemBus().interface()->serviceOwner(networkManager);
-    const bool told = owner.isValid() || owner.error().name() == nobody;
-    return told ? std::optional(owner.value()) : std::nullopt;
-}
-
-} // namespace
 
 // Source: the wired device's Carrier property.
 bool Engine::isCarrierDetected(const DevicePtr& device)
@@ -58,21 +39,6 @@ bool Engine::isWhole(const DevicePtr& device)
 bool Engine::isLoopback(const DevicePtr& device)
 {
     return device->interfaceName() == QLatin1String("lo");
-}
-
-void Engine::followOwner()
-{
-    auto* const watcher = new QDBusServiceWatcher(networkManager, QDBusConnection::systemBus(),
-                                                  QDBusServiceWatcher::WatchForOwnerChange, this);
-    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString&, const QString&, const QString& owner) { ownerSeen = owner; });
-    ownerSeen = ownerRead = ownerNow();
-}
-
-bool Engine::libraryIsBehind() const
-{
-    const BusName owner = ownerNow();
-    return owner && ownerRead && owner != ownerRead;
 }
 
 Engine::DevicePtr Engine::getDeviceFromUni(const QString& uni)

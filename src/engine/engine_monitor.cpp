@@ -4,9 +4,6 @@
 #include <NetworkManagerQt/Settings>
 #include <NetworkManagerQt/WirelessNetwork>
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-
 namespace Lanvoy
 {
 
@@ -19,47 +16,16 @@ namespace
 
 constexpr int scanIntervalMs = 30000;
 constexpr int addedDeviceDelayMs = 1000;
-constexpr int firstDocumentsMs = 10; // what two documents need to reach a broker near by
-
-/**
- * Has the bus deliver all of NetworkManager's signals.
- *
- * The library asks for those of each object by itself, but the bus grants a connection 512 such rules only:
- * with some hundred access points the later ones would stay as they were first seen.
- */
-void subscribeToAllSignals()
-{
-    QDBusMessage addMatch = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("AddMatch"));
-    addMatch << QStringLiteral("type='signal',sender='org.freedesktop.NetworkManager'");
-    QDBusConnection::systemBus().send(addMatch);
-}
 
 } // namespace
 
 void Engine::reload()
 {
     log(Log::Info, "Reloading all devices and connections.");
-    const bool first = !reloadedBefore;
-    reloadedBefore = true;
-    if (first) { // before the library asks for anything
-        subscribeToAllSignals();
-        followOwner();
-    }
+    ipc->bus().start();
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
-    // With many access points the library's first look at the devices blocks for half a second, in which the
-    // two documents would wait for the broker's acknowledgements.
-    if (first)
-        QTimer::singleShot(firstDocumentsMs, this, &Engine::reloadDevices);
-    else
-        reloadDevices();
-}
-
-void Engine::reloadDevices()
-{
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
         if (!device->isValid() || isLoopback(device))
@@ -82,7 +48,6 @@ void Engine::monitorNetwork()
             &Engine::onPrimaryConnectionChanged);
     connect(notifier, &NetworkManager::Notifier::deviceAdded, this, &Engine::onDeviceAdded);
     connect(notifier, &NetworkManager::Notifier::deviceRemoved, this, &Engine::onDeviceRemoved);
-    connect(notifier, &NetworkManager::Notifier::serviceDisappeared, this, [this] { ++restarts; });
 }
 
 void Engine::reloadDevice(const DevicePtr& device)
@@ -159,13 +124,22 @@ void Engine::monitorModem(const ModemDevice::Ptr& device)
     if (!modem)
         return;
     const QString uni = device->uni();
-    disconnect(modem.data(), nullptr, this, nullptr);
-    connect(modem.data(), &ModemManager::Modem::signalQualityChanged, this,
-            [this, uni](ModemManager::SignalQualityPair quality) { onSignalQuality(uni, quality.signal); });
-    connect(modem.data(), &ModemManager::Modem::accessTechnologiesChanged, this,
-            [this, uni](QFlags<MMModemAccessTechnology> flags) { onAccessTechnologies(uni, flags); });
-    onAccessTechnologies(uni, modem->accessTechnologies());
-    onSignalQuality(uni, modem->signalQuality().signal);
+    const QString udi = device->udi();
+    // The watch's signals, because the library's leave out what changes while it reads the modem. With the
+    // library's object as context they end when that does.
+    BusWatch& bus = ipc->bus();
+    disconnect(&bus, nullptr, modem.data(), nullptr);
+    connect(&bus, &BusWatch::signalQualityChanged, modem.data(), [=](const QString& path, uint quality) {
+        if (path == udi)
+            onSignalQuality(uni, quality);
+    });
+    connect(&bus, &BusWatch::accessTechnologiesChanged, modem.data(),
+            [=](const QString& path, BusWatch::Technologies technologies) {
+                if (path == udi)
+                    onAccessTechnologies(uni, technologies);
+            });
+    onAccessTechnologies(uni, bus.accessTechnologiesOf(*modem));
+    onSignalQuality(uni, bus.signalQualityOf(*modem));
 }
 
 void Engine::followModemStats(DeviceState state)
@@ -245,23 +219,16 @@ void Engine::onStatusChanged(NetworkManager::Status status)
 void Engine::onPrimaryConnectionChanged(const QString& uni)
 {
     const NetworkManager::ActiveConnection::Ptr connection = getConnectionFromUni(uni);
-    if (connection) {
-        const NetworkManager::Connection::Ptr profile = connection->connection();
-        log(Log::Info, "[Network] Primary connection changed: %s",
-            qPrintable(profile ? profile->name() : QString()));
-    }
-    // "/" is the loss of the primary connection: without a document the lost one would stay retained.
-    if (connection || uni == QLatin1String("/"))
-        ipc->publishNetworkStatus();
+    if (!connection)
+        return;
+    const NetworkManager::Connection::Ptr profile = connection->connection();
+    log(Log::Info, "[Network] Primary connection changed: %s",
+        qPrintable(profile ? profile->name() : QString()));
+    ipc->publishNetworkStatus();
 }
 
 void Engine::onDeviceAdded(const QString& uni)
 {
-    // The library reads the connections just after the devices, by a timer like this one.
-    QTimer::singleShot(0, this, [this, added = restarts] {
-        if (added == restarts)
-            ownerRead = ownerSeen;
-    });
     const DevicePtr device = getDeviceFromUni(uni);
     if (!device || !device->isValid())
         return;
@@ -270,10 +237,10 @@ void Engine::onDeviceAdded(const QString& uni)
         device->isActive(), device->managed());
     if (isLoopback(device))
         return;
-    // After a restart of NetworkManager its devices are others, even at the same path, and the library would
-    // list connections of before as nameless ones.
-    QTimer::singleShot(addedDeviceDelayMs, this, [this, device, added = restarts] {
-        if (added == restarts)
+    // NetworkManager reuses paths after a restart: the same path may be another device, and the library would
+    // list the old connections without names.
+    QTimer::singleShot(addedDeviceDelayMs, this, [this, device, instance = ipc->bus().networkManager()] {
+        if (ipc->bus().libraryHasRead(instance))
             reloadDevice(device);
     });
 }

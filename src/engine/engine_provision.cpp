@@ -79,7 +79,7 @@ QSharedPointer<Connection> Engine::createConnection(const Target& target, const 
     const ConnectionSettings::Ptr settings(new ConnectionSettings(target.type));
     settings->setUuid(ConnectionSettings::createNewUuid());
     settings->setTimestamp(QDateTime::currentDateTime());
-    applyConfiguration(settings, config, target.security);
+    updateConnectionSettings(settings, config, target.security);
 
     NMVariantMapMap map = settings->toMap();
     QDBusPendingReply<QDBusObjectPath, QDBusObjectPath> reply;
@@ -105,17 +105,18 @@ QSharedPointer<Connection> Engine::refreshConnection(const Target& target, const
     // A copy: the object that the library hands out is its cache, and must go on showing what is in force.
     const ConnectionSettings::Ptr settings(new ConnectionSettings(connection->settings()->toMap()));
     fetchSecrets(target, *connection, settings);
-    const QStringList secrets = secretsOf(settings);
+    const bool hadSecret = hasSecret(settings->toMap());
 
-    if (applyConfiguration(settings, config, target.security)) {
+    if (updateConnectionSettings(settings, config, target.security)) {
         log(Log::Info, "[%s] Connection settings have changed. Applying new settings.",
             qPrintable(target.kind));
         if (mustWait(target))
             return {};
-        if (losesSecret(secrets, secretsOf(settings)))
+        if (!saveSettings(target, *connection, settings))
+            return {};
+        if (hadSecret && !hasSecret(settings->toMap()))
             clearSecrets(target, *connection);
-        if (!saveSettings(target, *connection, settings) || lacksCarrier(target.device)
-            || !activate(target, *connection))
+        if (lacksCarrier(target.device) || !activate(target, *connection))
             return {};
         log(Log::Info, "[%s] Connection '%s' updated.", qPrintable(target.kind), qPrintable(target.name));
         return connection;
@@ -158,16 +159,8 @@ void Engine::fetchSecrets(const Target& target, Connection& connection,
     }
 }
 
-bool Engine::applyConfiguration(const ConnectionSettings::Ptr& settings, const Config& config,
-                                const QString& security)
-{
-    if (settings->connectionType() == ConnectionSettings::Wireless && security == QLatin1String("unknown"))
-        log(Log::Error, "Could not determine Wifi security for AP '%s'. Defaulting to 'none'.",
-            qPrintable(config.wifi().ssid));
-    return updateConnectionSettings(settings, config, security);
-}
-
-// NetworkManager keeps a stored secret that an update leaves out, so emptying one takes a request of its own.
+// An update with any secret replaces them all, but one without keeps those that are stored. Only after it,
+// because a refused update must not cost the secrets in force.
 void Engine::clearSecrets(const Target& target, Connection& connection)
 {
     QDBusPendingReply<> reply = connection.clearSecrets();
@@ -214,7 +207,7 @@ bool Engine::mendRefused(NMVariantMapMap& map, const ConnectionSettings& setting
 // device again, and that starts over.
 bool Engine::mustWait(const Target& target)
 {
-    if (!libraryIsBehind())
+    if (!ipc->bus().libraryIsStale())
         return false;
     log(Log::Info, "[%s] NetworkManager restarts. Connection '%s' will be checked again.",
         qPrintable(target.kind), qPrintable(target.name));

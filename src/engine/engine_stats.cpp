@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include "config/diskroom.h"
+#include "snapshot.h"
 #include "usage.h"
 
 #include <ModemManagerQt/Manager>
@@ -8,6 +9,7 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QTextStream>
 
 #include <limits>
 
@@ -25,6 +27,14 @@ const QString interfacePath = QStringLiteral("/sys/class/net/%1");
 const QString counterPath = QStringLiteral("/sys/class/net/%1/statistics/%2");
 
 } // namespace
+
+qint64 Engine::readIntegerFromFile(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    return QTextStream(&file).readLine().toLongLong();
+}
 
 void Engine::wireStatsTimer()
 {
@@ -102,21 +112,17 @@ void Engine::updateModemStats()
     if (!device)
         return;
     const ModemStats stats = getModemStats(device.objectCast<NetworkManager::ModemDevice>());
+    // A sample that cannot be kept is skipped, and its bytes are booked by the next one that can.
+    if (const auto snapshot = openSnapshot(snapshotPath); snapshot && hasRoomToSave(statsStore.fileName()))
+        bookSample(stats, *snapshot);
+    publishModemStats();
+}
+
+void Engine::bookSample(const ModemStats& stats, QSettings& snapshot)
+{
     // The kernel counts 64 bits; deliberately only the low 32 are booked.
     const Usage counters {static_cast<quint32>(stats.rxbytes), static_cast<quint32>(stats.txbytes)};
-
     const QDateTime now = QDateTime::currentDateTime();
-    // /tmp is everybody's: a link planted there must not make the snapshot overwrite what it points to, nor a
-    // pipe make its opening wait for ever.
-    const QFileInfo planted(snapshotPath);
-    if (planted.isSymLink() || (planted.exists() && !planted.isFile()))
-        QFile::remove(snapshotPath);
-    if (!hasRoomToSave(snapshotPath) || !hasRoomToSave(statsStore.fileName())) {
-        publishModemStats(); // the bytes are booked with the first sample that can be kept
-        return;
-    }
-    QSettings snapshot(snapshotPath, QSettings::IniFormat);
-
     const QString month = monthName(now);
     const Usage booked = bookedUsage(readUsage(statsStore, month), counters, readUsage(snapshot, QString()));
     writeUsage(statsStore, month, booked);
@@ -127,7 +133,6 @@ void Engine::updateModemStats()
     snapshot.setValue(QStringLiteral("rxbytes"), stats.rxbytes);
     snapshot.setValue(QStringLiteral("txbytes"), stats.txbytes);
     snapshot.sync();
-    publishModemStats();
 }
 
 void Engine::publishModemStats()

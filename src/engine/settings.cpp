@@ -1,4 +1,4 @@
-#include "settings.h"
+#include "engine.h"
 
 #include <NetworkManagerQt/GsmSetting>
 #include <NetworkManagerQt/Ipv6Setting>
@@ -111,7 +111,7 @@ bool updateWired(const ConnectionSettings::Ptr& settings, const Config::Ethernet
     bool changed = assign(*settings, settings->id(), record.id, &ConnectionSettings::setId);
     changed
         |= assign(*settings, settings->autoconnect(), record.autocon, &ConnectionSettings::setAutoconnect);
-    changed |= updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
+    changed |= Engine::updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
     return changed;
 }
 
@@ -154,7 +154,7 @@ bool updateWireless(const ConnectionSettings::Ptr& settings, const Config::Wifi&
         wireless->setSecurity(security->name());
         wireless->setInitialized(true);
     }
-    changed |= updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
+    changed |= Engine::updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
 
     const auto ipv6 = settingOf<Ipv6Setting>(settings, Setting::Ipv6);
     if (assign(*ipv6, ipv6->method(), Ipv6Setting::Ignored, &Ipv6Setting::setMethod)) {
@@ -170,10 +170,13 @@ bool updateGsm(const ConnectionSettings::Ptr& settings, const Config::Modem& rec
     settings->setId(record.id);
     settings->setAutoconnect(record.autocon);
 
+    // NetworkManager strips these two, so that the text as given would never equal what is stored.
+    const QString apn = record.apn.trimmed();
+    const QString networkId = record.network_id.trimmed();
     const auto gsm = settingOf<GsmSetting>(settings, Setting::Gsm);
-    bool changed = assign(*gsm, gsm->apn(), record.apn, &GsmSetting::setApn);
+    bool changed = assign(*gsm, gsm->apn(), apn, &GsmSetting::setApn);
     changed |= assign(*gsm, gsm->username(), record.username, &GsmSetting::setUsername);
-    changed |= assign(*gsm, gsm->networkId(), record.network_id, &GsmSetting::setNetworkId);
+    changed |= assign(*gsm, gsm->networkId(), networkId, &GsmSetting::setNetworkId);
     changed |= assign(*gsm, gsm->password(), record.password, &GsmSetting::setPassword);
     changed |= assign(*gsm, gsm->pin(), record.pin, &GsmSetting::setPin);
     gsm->setNumber(QStringLiteral("*99#"));
@@ -181,14 +184,14 @@ bool updateGsm(const ConnectionSettings::Ptr& settings, const Config::Modem& rec
     gsm->setPinFlags(Setting::None);
     gsm->setInitialized(true);
 
-    changed |= updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
+    changed |= Engine::updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
     return changed;
 }
 
 } // namespace
 
-bool updateConnectionSettings(const ConnectionSettings::Ptr& settings, const Config& config,
-                              const QString& security)
+bool Engine::updateConnectionSettings(const ConnectionSettings::Ptr& settings, const Config& config,
+                                      const QString& security)
 {
     if (!settings)
         return false;
@@ -196,6 +199,9 @@ bool updateConnectionSettings(const ConnectionSettings::Ptr& settings, const Con
     case ConnectionSettings::Wired:
         return updateWired(settings, config.ethernet());
     case ConnectionSettings::Wireless:
+        if (security == QLatin1String("unknown"))
+            log(Log::Error, "Could not determine Wifi security for AP '%s'. Defaulting to 'none'.",
+                qPrintable(config.wifi().ssid));
         return updateWireless(settings, config.wifi(), security);
     case ConnectionSettings::Gsm:
         return updateGsm(settings, config.modem());
@@ -204,7 +210,7 @@ bool updateConnectionSettings(const ConnectionSettings::Ptr& settings, const Con
     }
 }
 
-bool updateIpv4Configuration(const Ipv4Setting::Ptr& setting, const Config::Ipv4Config& ipv4)
+bool Engine::updateIpv4Configuration(const Ipv4Setting::Ptr& setting, const Config::Ipv4Config& ipv4)
 {
     setting->setInitialized(true);
     if (ipv4.method == QLatin1String("auto"))

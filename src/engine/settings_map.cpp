@@ -1,7 +1,6 @@
 #include "settings.h"
 
-#include <NetworkManagerQt/GsmSetting>
-#include <NetworkManagerQt/WirelessSecuritySetting>
+#include <NetworkManagerQt/Setting>
 
 namespace Lanvoy
 {
@@ -12,17 +11,26 @@ namespace
 using NetworkManager::ConnectionSettings;
 using NetworkManager::Setting;
 
-const QString gsmGroup = QStringLiteral("gsm");
-const QString ipv4Group = QStringLiteral("ipv4");
-const QString wirelessGroup = QStringLiteral("802-11-wireless");
-const QString securityGroup = QStringLiteral("802-11-wireless-security");
+constexpr QLatin1String gsmGroup("gsm");
+constexpr QLatin1String ipv4Group("ipv4");
+constexpr QLatin1String wirelessGroup("802-11-wireless");
 
 // The properties of "gsm" that every update carries, empty where there is none.
 constexpr const char* gsmSecrets[] = {"password", "pin"};
 
 struct Secret {
-    QString group;
+    const char* group;
     const char* key;
+};
+
+constexpr Secret secrets[] = {
+    {"gsm", "password"},
+    {"gsm", "pin"},
+    {"802-11-wireless-security", "psk"},
+    {"802-11-wireless-security", "wep-key0"},
+    {"802-11-wireless-security", "wep-key1"},
+    {"802-11-wireless-security", "wep-key2"},
+    {"802-11-wireless-security", "wep-key3"},
 };
 
 bool removeEmpty(QVariantMap& group, const char* key)
@@ -85,26 +93,6 @@ constexpr Correction corrections[] = {
 
 } // namespace
 
-QStringList secretsOf(const ConnectionSettings::Ptr& settings)
-{
-    QStringList secrets;
-    if (const auto gsm = settings->setting(Setting::Gsm).staticCast<NetworkManager::GsmSetting>())
-        secrets << gsm->password() << gsm->pin();
-    if (const auto security
-        = settings->setting(Setting::WirelessSecurity).staticCast<NetworkManager::WirelessSecuritySetting>())
-        secrets << security->psk() << security->wepKey0();
-    return secrets;
-}
-
-bool losesSecret(const QStringList& before, const QStringList& after)
-{
-    for (int i = 0; i < qMin(before.size(), after.size()); ++i) {
-        if (!before.at(i).isEmpty() && after.at(i).isEmpty())
-            return true;
-    }
-    return false;
-}
-
 void addEmptyGsmSecrets(NMVariantMapMap& map)
 {
     QVariantMap& group = map[gsmGroup];
@@ -123,16 +111,21 @@ bool correctRefusedMap(NMVariantMapMap& map, const ConnectionSettings& settings,
     return false;
 }
 
+bool hasSecret(const NMVariantMapMap& map)
+{
+    for (const Secret& secret : secrets) {
+        if (!map.value(QLatin1String(secret.group)).value(QLatin1String(secret.key)).toString().isEmpty())
+            return true;
+    }
+    return false;
+}
+
 NMVariantMapMap withoutSecrets(NMVariantMapMap map)
 {
-    const Secret secrets[] = {
-        {gsmGroup, "password"},      {gsmGroup, "pin"},           {securityGroup, "psk"},
-        {securityGroup, "wep-key0"}, {securityGroup, "wep-key1"}, {securityGroup, "wep-key2"},
-        {securityGroup, "wep-key3"},
-    };
     for (const Secret& secret : secrets) {
-        if (map.contains(secret.group))
-            map[secret.group].remove(QLatin1String(secret.key));
+        const auto group = map.find(QLatin1String(secret.group));
+        if (group != map.end())
+            group->remove(QLatin1String(secret.key));
     }
     return map;
 }

@@ -1,8 +1,6 @@
 #include "usage.h"
 
 #include <QDateTime>
-#include <QFile>
-#include <QTextStream>
 
 namespace Lanvoy
 {
@@ -10,7 +8,7 @@ namespace Lanvoy
 namespace
 {
 
-const QString monthFormat = QStringLiteral("yyyy-MM");
+constexpr QLatin1String monthFormat("yyyy-MM");
 constexpr int keptMonths = 6;
 
 QString keyOf(const QString& group, const char* name)
@@ -18,7 +16,7 @@ QString keyOf(const QString& group, const char* name)
     return group.isEmpty() ? QString::fromLatin1(name) : group + QLatin1Char('/') + QLatin1String(name);
 }
 
-// Counts of more than 32 bits occur in the snapshot: the low 32 are what is reckoned with.
+// The snapshot holds 64-bit counts; only the low 32 bits are used.
 quint32 count(const QSettings& store, const QString& key)
 {
     return static_cast<quint32>(store.value(key).toULongLong());
@@ -39,12 +37,12 @@ double megabytes(quint32 bytes)
 
 QString monthName(const QDateTime& time)
 {
-    return time.toString(monthFormat);
+    return time.toString(QString(monthFormat));
 }
 
 bool isOutdatedMonth(const QString& group, const QDateTime& now)
 {
-    const QDateTime month = QDateTime::fromString(group, monthFormat);
+    const QDateTime month = QDateTime::fromString(group, QString(monthFormat));
     return month.isValid() && month < now.addMonths(-keptMonths);
 }
 
@@ -57,14 +55,6 @@ void writeUsage(QSettings& store, const QString& group, const Usage& usage)
 {
     store.setValue(keyOf(group, "rxbytes"), usage.rxbytes);
     store.setValue(keyOf(group, "txbytes"), usage.txbytes);
-}
-
-qint64 readIntegerFromFile(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    return QTextStream(&file).readLine().toLongLong();
 }
 
 } // namespace Lanvoy

@@ -38,12 +38,4 @@ bool isOutdatedMonth(const QString& group, const QDateTime& now);
 Usage readUsage(const QSettings& store, const QString& group);
 void writeUsage(QSettings& store, const QString& group, const Usage& usage);
 
-/**
- * Reads one kernel byte counter.
- *
- * @param path counter file, such as /sys/class/net/wwan0/statistics/rx_bytes
- * @return bytes; 0 when the file cannot be read or holds no number
- */
-qint64 readIntegerFromFile(const QString& path);
-
 } // namespace Lanvoy

@@ -26,21 +26,23 @@
 namespace Lanvoy
 {
 
-// State documents
+class BusWatch;
+
+// State documents: addresses and modem values are what the bus watch says of them
 
 /** {"service": …}: what this service is. */
 QJsonObject networkInfoDocument();
 
 /** Host name, overall state and connectivity, and the primary connection (NetworkManager's manager object).
  */
-QJsonObject networkStatusDocument();
+QJsonObject networkStatusDocument(BusWatch& bus);
 
-QJsonObject ethernetStateDocument(const NetworkManager::WiredDevice& dev);
-QJsonObject wifiStateDocument(const NetworkManager::WirelessDevice& dev);
+QJsonObject ethernetStateDocument(const NetworkManager::WiredDevice& dev, BusWatch& bus);
+QJsonObject wifiStateDocument(const NetworkManager::WirelessDevice& dev, BusWatch& bus);
 
 /** Joins NetworkManager's device with ModemManager's modem; unknown to the latter, its members are left out.
  */
-QJsonObject modemStateDocument(const NetworkManager::ModemDevice& dev);
+QJsonObject modemStateDocument(const NetworkManager::ModemDevice& dev, BusWatch& bus);
 
 /**
  * The state that a wired device reports.
@@ -53,7 +55,7 @@ DeviceState wiredState(bool carrier, NetworkManager::Device::State state);
 QJsonValue toJson(const NetworkManager::IpConfig& config);
 
 /** An active connection and its device; null for a null or invalid one. */
-QJsonValue toJson(const NetworkManager::ActiveConnection::Ptr& connection);
+QJsonValue toJson(const NetworkManager::ActiveConnection::Ptr& connection, BusWatch& bus);
 
 /** {"command": …, "error": …} */
 QJsonObject errorDocument(const QString& command, const QString& error);
@@ -113,7 +115,7 @@ QVector<AccessPointFacts> accessPointsOf(NetworkManager::WirelessDevice& dev);
 QVector<NetworkFacts> networksOf(const NetworkManager::WirelessDevice& dev);
 
 /** Signal quality and access technologies; 0 and none for a modem that ModemManager does not know. */
-QJsonObject modemSignalDocument(const NetworkManager::ModemDevice& dev);
+QJsonObject modemSignalDocument(const NetworkManager::ModemDevice& dev, const BusWatch& bus);
 
 /**
  * Data usage by month.

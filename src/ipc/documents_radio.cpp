@@ -1,5 +1,6 @@
 #include "documents.h"
 
+#include "buswatch.h"
 #include "jsonwriter.h"
 
 #include <ModemManagerQt/Manager>
@@ -148,14 +149,15 @@ QVector<NetworkFacts> networksOf(const NetworkManager::WirelessDevice& dev)
     return result;
 }
 
-QJsonObject modemSignalDocument(const NetworkManager::ModemDevice& dev)
+QJsonObject modemSignalDocument(const NetworkManager::ModemDevice& dev, const BusWatch& bus)
 {
     const ModemManager::ModemDevice::Ptr device = ModemManager::findModemDevice(dev.udi());
     const ModemManager::Modem::Ptr modem = device ? device->modemInterface() : nullptr;
     return {
         {"interface", dev.interfaceName()},
-        {"quality", modem ? static_cast<qint64>(modem->signalQuality().signal) : 0},
-        {"accessTechnologies", modem ? accessTechnologiesToJson(modem->accessTechnologies()) : QJsonArray()},
+        {"quality", modem ? static_cast<qint64>(bus.signalQualityOf(*modem)) : 0},
+        {"accessTechnologies",
+         modem ? accessTechnologiesToJson(bus.accessTechnologiesOf(*modem)) : QJsonArray()},
     };
 }
 

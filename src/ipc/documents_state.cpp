@@ -1,5 +1,7 @@
 #include "documents.h"
 
+#include "buswatch.h"
+
 #include <ModemManagerQt/Manager>
 #include <ModemManagerQt/Modem3Gpp>
 #include <ModemManagerQt/ModemCdma>
@@ -34,23 +36,24 @@ QJsonObject deviceMembers(const Device& dev, DeviceState state)
 /**
  * The IPv4 configuration of an active connection.
  *
- * Right after the activation the library still has an empty one there; the device's own is complete by then.
+ * Right after the activation it is still empty there; the device's own is complete by then.
  */
-IpConfig ipv4Of(const ActiveConnection& connection, const Device* dev)
+IpConfig ipv4Of(const ActiveConnection& connection, const Device* dev, BusWatch& bus)
 {
-    IpConfig config = connection.ipV4Config();
-    return config.addresses().isEmpty() && dev ? dev->ipV4Config() : config;
+    IpConfig config = bus.ipv4Of(connection);
+    return config.addresses().isEmpty() && dev ? bus.ipv4Of(*dev) : config;
 }
 
-QJsonValue ipv4Member(const Device& dev, DeviceState state)
+QJsonValue ipv4Member(const Device& dev, DeviceState state, BusWatch& bus)
 {
     const ActiveConnection::Ptr connection = dev.activeConnection();
     if (!connection || state != Connected)
         return QJsonValue::Null;
-    return toJson(ipv4Of(*connection, &dev));
+    return toJson(ipv4Of(*connection, &dev, bus));
 }
 
-void insertModemMembers(QJsonObject& document, const ModemManager::ModemDevice::Ptr& device)
+void insertModemMembers(QJsonObject& document, const ModemManager::ModemDevice::Ptr& device,
+                        const BusWatch& bus)
 {
     const ModemManager::Modem::Ptr modem = device ? device->modemInterface() : nullptr;
     if (!modem)
@@ -69,9 +72,9 @@ void insertModemMembers(QJsonObject& document, const ModemManager::ModemDevice::
                         {"imsi", sim ? sim->imsi() : QString()},
                         {"id", sim ? sim->simIdentifier() : QString()},
                     });
-    document.insert(QStringLiteral("signal"), static_cast<qint64>(modem->signalQuality().signal));
+    document.insert(QStringLiteral("signal"), static_cast<qint64>(bus.signalQualityOf(*modem)));
     document.insert(QStringLiteral("accessTechnologies"),
-                    accessTechnologiesToJson(modem->accessTechnologies()));
+                    accessTechnologiesToJson(bus.accessTechnologiesOf(*modem)));
 }
 
 void insertNetworkKindMembers(QJsonObject& document, const ModemManager::ModemDevice& device)
@@ -109,7 +112,7 @@ QJsonObject networkInfoDocument()
     return {{"service", QJsonObject {{"type", "network"}, {"version", LANVOY_VERSION}}}};
 }
 
-QJsonObject networkStatusDocument()
+QJsonObject networkStatusDocument(BusWatch& bus)
 {
     const NetworkManager::Status status = NetworkManager::status();
     const NetworkManager::Connectivity connectivity = NetworkManager::connectivity();
@@ -119,39 +122,39 @@ QJsonObject networkStatusDocument()
         {"stateStr", statusToString(status)},
         {"connectivity", connectivity},
         {"connectivityStr", connectivityToString(connectivity)},
-        {"primaryConnection", toJson(NetworkManager::primaryConnection())},
+        {"primaryConnection", toJson(NetworkManager::primaryConnection(), bus)},
     };
 }
 
-QJsonObject ethernetStateDocument(const NetworkManager::WiredDevice& dev)
+QJsonObject ethernetStateDocument(const NetworkManager::WiredDevice& dev, BusWatch& bus)
 {
     const DeviceState state = wiredState(dev.carrier(), dev.state());
     QJsonObject document = deviceMembers(dev, state);
     document.insert(QStringLiteral("mac"), dev.hardwareAddress());
-    document.insert(QStringLiteral("ipv4"), ipv4Member(dev, state));
+    document.insert(QStringLiteral("ipv4"), ipv4Member(dev, state, bus));
     return document;
 }
 
-QJsonObject wifiStateDocument(const NetworkManager::WirelessDevice& dev)
+QJsonObject wifiStateDocument(const NetworkManager::WirelessDevice& dev, BusWatch& bus)
 {
     const DeviceState state = mapDeviceState(dev.state());
     QJsonObject document = deviceMembers(dev, state);
     document.insert(QStringLiteral("mac"), dev.hardwareAddress());
-    document.insert(QStringLiteral("ipv4"), ipv4Member(dev, state));
+    document.insert(QStringLiteral("ipv4"), ipv4Member(dev, state, bus));
     document.insert(QStringLiteral("ap"), toJson(dev.activeAccessPoint()));
     return document;
 }
 
-QJsonObject modemStateDocument(const NetworkManager::ModemDevice& dev)
+QJsonObject modemStateDocument(const NetworkManager::ModemDevice& dev, BusWatch& bus)
 {
     const DeviceState state = mapDeviceState(dev.state());
     QJsonObject document = deviceMembers(dev, state);
     // Unlike the other two kinds, the device's own configuration, not the active connection's.
     const bool active = dev.activeConnection() && state == Connected;
-    document.insert(QStringLiteral("ipv4"), active ? toJson(dev.ipV4Config()) : QJsonValue::Null);
+    document.insert(QStringLiteral("ipv4"), active ? toJson(bus.ipv4Of(dev)) : QJsonValue::Null);
 
     const ModemManager::ModemDevice::Ptr device = ModemManager::findModemDevice(dev.udi());
-    insertModemMembers(document, device);
+    insertModemMembers(document, device, bus);
     if (device)
         insertNetworkKindMembers(document, *device);
     return document;
@@ -176,7 +179,7 @@ QJsonValue toJson(const IpConfig& config)
     return object;
 }
 
-QJsonValue toJson(const ActiveConnection::Ptr& connection)
+QJsonValue toJson(const ActiveConnection::Ptr& connection, BusWatch& bus)
 {
     if (!connection || !connection->isValid())
         return QJsonValue::Null;
@@ -196,7 +199,7 @@ QJsonValue toJson(const ActiveConnection::Ptr& connection)
         {"state", dev ? state : QJsonValue()},
         {"stateStr", dev ? deviceStateToString(state) : QJsonValue()},
         {"connectionName", profile ? profile->name() : QString()},
-        {"ipv4", toJson(ipv4Of(*connection, sharesIpv4 ? dev.data() : nullptr))},
+        {"ipv4", toJson(ipv4Of(*connection, sharesIpv4 ? dev.data() : nullptr, bus))},
     };
 }
 

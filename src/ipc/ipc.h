@@ -1,5 +1,6 @@
 #pragma once
 
+#include "buswatch.h"
 #include "log/log.h"
 
 #include <NetworkManagerQt/ModemDevice>
@@ -35,6 +36,9 @@ class IPC : public QObject
 public:
     /** Does not connect yet. @p configuration must outlive the object; its base topic is read at each use. */
     IPC(Config* configuration, QObject* parent);
+
+    /** The watch over the system bus that the documents rest on; the engine starts it. */
+    BusWatch& bus() { return watch; }
 
 Q_SIGNALS:
     // The order of signals and slots is part of the interface: it is the order of the method table.
@@ -95,6 +99,7 @@ private:
     QMqttClient* client; // a child of this object, replaced by every connect()
     QTimer* connectTimer = nullptr; // likewise; null until the first connect()
     bool logEnabled = true;
+    BusWatch watch;
 };
 
 } // namespace Lanvoy

@@ -47,7 +47,7 @@ HeldConfig heldConfig(Device& dev, Setting::SettingType secretType)
 
 void IPC::publishNetworkStatus()
 {
-    publish(Topics::status, networkStatusDocument());
+    publish(Topics::status, networkStatusDocument(watch));
 }
 
 void IPC::publishNetworkInfo()
@@ -95,7 +95,7 @@ void IPC::publishDeviceConfig(Device::Ptr dev)
 
 void IPC::publishEthernetState(NetworkManager::WiredDevice::Ptr dev)
 {
-    publish(Topics::ethernetState, ethernetStateDocument(*dev));
+    publish(Topics::ethernetState, ethernetStateDocument(*dev, watch));
 }
 
 void IPC::publishEthernetConfig(NetworkManager::WiredDevice::Ptr dev)
@@ -106,7 +106,7 @@ void IPC::publishEthernetConfig(NetworkManager::WiredDevice::Ptr dev)
 
 void IPC::publishWifiState(NetworkManager::WirelessDevice::Ptr dev)
 {
-    publish(Topics::wifiState, wifiStateDocument(*dev));
+    publish(Topics::wifiState, wifiStateDocument(*dev, watch));
 }
 
 void IPC::publishWifiConfig(NetworkManager::WirelessDevice::Ptr dev)
@@ -127,7 +127,7 @@ void IPC::publishWifiNetworks(NetworkManager::WirelessDevice::Ptr dev)
 
 void IPC::publishModemState(NetworkManager::ModemDevice::Ptr modem)
 {
-    publish(Topics::modemState, modemStateDocument(*modem));
+    publish(Topics::modemState, modemStateDocument(*modem, watch));
 }
 
 void IPC::publishModemStats(QMap<QString, QMap<QString, double>> stats)
@@ -143,7 +143,7 @@ void IPC::publishModemConfig(NetworkManager::ModemDevice::Ptr dev)
 
 void IPC::publishDeviceModemSignal(NetworkManager::ModemDevice::Ptr modem)
 {
-    publish(Topics::modemSignal, modemSignalDocument(*modem));
+    publish(Topics::modemSignal, modemSignalDocument(*modem, watch));
 }
 
 void IPC::publishError(const QString& command, const QString& error)

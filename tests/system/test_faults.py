@@ -4,7 +4,7 @@ import socket
 import threading
 
 import pytest
-from conftest import BASE, NM, PROFILE, Client, until
+from conftest import BASE, DEADLINE, NM, PROFILE, Client, until
 
 WIFI = {"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"}
 STATES = {"ethernet/state": "eth0", "wifi/state": "wlan0", "modem/state": "cdc-wdm0"}
@@ -117,7 +117,10 @@ def retained_set_command(world, service):
     service.wait_log("Command Received : ethernet/config/set")
     world.end_service()
     world.sim.reset_calls()
-    world.run(None).wait_log("Command Received : ethernet/config/set")
+    service = world.run(None)
+    service.wait_log("Command Received : ethernet/config/set")
+    lines = service.lines()
+    assert lines.index("Command Received : ethernet/config/set") > lines.index("Skipping device: br0")
     world.client.settle()
     assert world.sim.count_calls(PROFILE + ".Update") == 0
 
@@ -205,6 +208,16 @@ def test_session_cut(world, moment):
     world.client.wait("modem/state", lambda d: d["stateStr"] == "Connected")
     all_right(world)
     front.close()
+
+
+def test_bus_lost(world):
+    """The libraries would only show what they last knew: the process ends with an error, for its unit to restart."""
+    bus = world.start_bus()
+    service = world.run(wait=False)
+    world.client.wait("info")
+    bus.stop()
+    assert service.process.wait(DEADLINE) == 1 and "[Engine] Lost the system bus, exiting." in service.log
+    world.bus = world.service = None
 
 
 @pytest.mark.parametrize("topic", STATES)

@@ -140,10 +140,16 @@ def test_modem_and_its_secrets(world):
     assert members(requests) == [SECRETS, UPDATE, ACTIVATE] and held() == ("me", "word", "1234", "26201")
     assert requests[1][1][0]["gsm"]["number"] == "*99#"
     lines, requests = provision(world, "modem", {"method": "auto", "apn": "net", "pin": "1234", "password": None})
-    assert members(requests) == [SECRETS, CLEAR, UPDATE, UPDATE, ACTIVATE]
+    assert members(requests) == [SECRETS, UPDATE, UPDATE, ACTIVATE]
+    assert held() == (None, None, "1234", None)
+    for name in ("net ", "net "):  # NetworkManager strips it
+        requests = provision(world, "modem", {"method": "auto", "apn": name, "pin": "1234"})[1]
+        assert members(requests) == [SECRETS]
+    # A refused update costs none of the secrets in force.
+    assert "network-id" in provision(world, "modem", {"method": "auto", "apn": "net", "networkId": "12"})[0][-1]
     assert held() == (None, None, "1234", None)
     lines, requests = provision(world, "modem", {"method": "auto", "apn": "net", "pin": 1234})
-    assert held() == (None, None, None, None) and CLEAR in members(requests)
+    assert held() == (None, None, None, None) and members(requests) == [SECRETS, UPDATE, UPDATE, CLEAR, ACTIVATE]
     lines, requests = provision(world, "modem", {"method": "auto", "apn": "net"})
     assert lines[-1] == "No update required for connection 'Broadband'." and members(requests) == [SECRETS]
     world.sim.fail_method(SECRETS, PROFILE + ".PermissionDenied", "no")

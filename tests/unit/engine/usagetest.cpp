@@ -1,9 +1,18 @@
 #include "engine/usage.h"
+#include "config/diskroom.h"
+#include "engine/engine.h"
+#include "engine/snapshot.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <functional>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Lanvoy;
 
@@ -51,13 +60,49 @@ private Q_SLOTS:
         QVERIFY(!outdated("2021-13", "2031-07-01T00:00:00.000")); // no month
     }
 
+    // Each row plants something at the place of the snapshot or of its lock.
+    void plantedFilesAreRemoved()
+    {
+        const auto symlink = [](const char* name) { return ::symlink("/proc/version", name) == 0; };
+        const auto dangling = [](const char* name) { return ::symlink("nowhere", name) == 0; };
+        const auto pipe = [](const char* name) { return ::mkfifo(name, 0600) == 0; };
+        const auto folder = [](const char* name) { return ::mkdir(name, 0700) == 0; };
+        const auto fullFolder = [&](const char* name) { return folder(name) && QDir(name).mkdir("x"); };
+        const auto foreign = [](const char* name) {
+            QFile file(name);
+            return file.open(QIODevice::WriteOnly) && file.write("rxbytes=@Variant(\\0)") > 0
+                && (geteuid() != 0 || ::chown(name, 1, 1) == 0);
+        };
+        const QPair<std::function<bool(const char*)>, bool> rows[]
+            = {{symlink, true}, {dangling, true},    {pipe, true},
+               {folder, true},  {fullFolder, false}, {foreign, true}};
+        for (const char* suffix : {"", ".lock"}) {
+            for (const auto& [plant, usable] : rows) {
+                const QTemporaryDir place;
+                const QString path = place.filePath("snapshot.ini");
+                QVERIFY(plant(qPrintable(path + suffix)));
+                const auto snapshot = openSnapshot(path);
+                QCOMPARE(snapshot != nullptr, usable);
+                if (!usable)
+                    continue;
+                QVERIFY(snapshot->allKeys().isEmpty());
+                writeUsage(*snapshot, "", {1, 2});
+                snapshot->sync();
+                QCOMPARE(snapshot->status(), QSettings::NoError);
+                QVERIFY(QFileInfo(path).isFile() && !QFileInfo(path).isSymLink());
+            }
+        }
+    }
+
+    void fileSystemWithoutSizesHasRoom() { QVERIFY(hasRoomToSave("/proc/lanvoy.conf")); }
+
     void counterFileIsItsFirstLine()
     {
         const QTemporaryDir folder;
         QFile file(folder.filePath("rx_bytes"));
         QVERIFY(file.open(QIODevice::WriteOnly) && file.write("012345678901\n8\n") > 0);
         file.close();
-        QCOMPARE(readIntegerFromFile(file.fileName()), 12345678901);
+        QCOMPARE(Engine::readIntegerFromFile(file.fileName()), 12345678901);
     }
 };
 
