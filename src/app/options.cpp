@@ -33,7 +33,7 @@ Options parseCommandLine(const QCoreApplication& app)
         = option("v", "verbose", "Sets verbosity level: 0=err, 1=warn, 2=info(default), 3=debug", "level");
     const QCommandLineOption toStderr = option("e", "stderr", "Log to stderr as well as syslog.");
     const QCommandLineOption color = option("c", "color", "Use VT100 color codes in log.");
-    // Deliberate: the default is beside the executable, although the text says "./".
+    // Compatibility: the default is beside the executable, although the text says "./".
     const QCommandLineOption config
         = option("f", "config", "Specifies configuration file (default is ./lanvoy.conf).", "filename");
 

@@ -31,19 +31,19 @@ Config::Config(const QString& fileName, QObject* parent)
 
 void Config::setEthernet(const Ethernet& ethernet)
 {
-    m_records.ethernet = ethernet;
+    records.ethernet = ethernet;
     writeConfiguration();
 }
 
 void Config::setWifi(const Wifi& wifi)
 {
-    m_records.wifi = wifi;
+    records.wifi = wifi;
     writeConfiguration();
 }
 
 void Config::setModem(const Modem& modem)
 {
-    m_records.modem = modem;
+    records.modem = modem;
     writeConfiguration();
 }
 

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QString>
 
+#include <vector>
+
 class QSettings;
 
 namespace Lanvoy
@@ -64,14 +66,6 @@ public:
         quint32 usageSec = 0; // period of the data-usage sampling in seconds, 0 for none
     };
 
-    /** All records together, as one file holds them. */
-    struct Records {
-        Mqtt mqtt;
-        Ethernet ethernet;
-        Wifi wifi;
-        Modem modem;
-    };
-
     /**
      * Opens @p fileName, creates it with defaults when it is missing, reads it and prints it to the log.
      *
@@ -81,10 +75,10 @@ public:
     Config(const QString& fileName, QObject* parent);
 
     /** The records; the references stay valid as long as the object and show later changes. */
-    const Mqtt& mqtt() const { return m_records.mqtt; }
-    const Ethernet& ethernet() const { return m_records.ethernet; }
-    const Wifi& wifi() const { return m_records.wifi; }
-    const Modem& modem() const { return m_records.modem; }
+    const Mqtt& mqtt() const { return records.mqtt; }
+    const Ethernet& ethernet() const { return records.ethernet; }
+    const Wifi& wifi() const { return records.wifi; }
+    const Modem& modem() const { return records.modem; }
 
     /** Replace a record and save the whole file before returning; a file that cannot be written is no error.
      */
@@ -96,6 +90,15 @@ public:
     static bool fileExists(const QString& path);
 
 private:
+    struct Records {
+        Mqtt mqtt;
+        Ethernet ethernet;
+        Wifi wifi;
+        Modem modem;
+    };
+    struct Key;
+
+    static std::vector<Key> keysOf(Records& records);
     void readConfiguration();
     void writeDefaultConfiguration();
     void writeConfiguration();
@@ -103,7 +106,7 @@ private:
     void log(Log::Level level, const char* format, ...) Q_ATTRIBUTE_FORMAT_PRINTF(3, 4);
 
     QSettings* settings = nullptr; // a child of this object
-    Records m_records;
+    Records records;
 };
 
 } // namespace Lanvoy

@@ -6,27 +6,23 @@
 #include <QVariant>
 
 #include <variant>
-#include <vector>
 
 namespace Lanvoy
 {
 
-namespace
-{
-
 /** One key of the file, the field that it fills and the value that stands for an absent key. */
-struct Key {
+struct Config::Key {
     const char* name;
     std::variant<QString*, bool*, quint16*, quint32*> field;
     QVariant fallback;
 };
 
 /** The keys in the order in which they are read and written; QSettings sorts them in the file. */
-std::vector<Key> keysOf(Config::Records& r)
+std::vector<Config::Key> Config::keysOf(Records& r)
 {
-    Config::Ipv4Config& ethernet = r.ethernet.ipv4;
-    Config::Ipv4Config& wifi = r.wifi.ipv4;
-    Config::Ipv4Config& modem = r.modem.ipv4;
+    Ipv4Config& ethernet = r.ethernet.ipv4;
+    Ipv4Config& wifi = r.wifi.ipv4;
+    Ipv4Config& modem = r.modem.ipv4;
     return {
         {"Mqtt/url", &r.mqtt.url, "localhost"},
         {"Mqtt/port", &r.mqtt.port, 1883},
@@ -62,28 +58,31 @@ std::vector<Key> keysOf(Config::Records& r)
         {"Modem/dns0", &modem.dns0, ""},
         {"Modem/dns1", &modem.dns1, ""},
         {"Modem/address", &modem.address, ""},
-        {"Modem/netmask", &modem.mask, ""}, // deliberate: "mask" in the other two groups
+        {"Modem/netmask", &modem.mask, ""}, // Compatibility: "mask" in the other two groups.
         {"Modem/gateway", &modem.gateway, ""},
         {"Modem/usageSec", &r.modem.usageSec, 120},
     };
 }
 
-void assign(QString* field, const QVariant& value)
+namespace
+{
+
+void read(QString* field, const QVariant& value)
 {
     *field = value.toString();
 }
 
-void assign(bool* field, const QVariant& value)
+void read(bool* field, const QVariant& value)
 {
     *field = value.toBool();
 }
 
-void assign(quint16* field, const QVariant& value)
+void read(quint16* field, const QVariant& value)
 {
     *field = static_cast<quint16>(value.toUInt()); // only the low 16 bits are kept
 }
 
-void assign(quint32* field, const QVariant& value)
+void read(quint32* field, const QVariant& value)
 {
     *field = static_cast<quint32>(value.toInt()); // read as signed
 }
@@ -102,9 +101,9 @@ template<typename T> QVariant valueOf(const T* field)
 
 void Config::readConfiguration()
 {
-    for (const Key& key : keysOf(m_records)) {
+    for (const Key& key : keysOf(records)) {
         const QVariant value = settings->value(QLatin1String(key.name), key.fallback);
-        std::visit([&value](auto* field) { assign(field, value); }, key.field);
+        std::visit([&value](auto* field) { read(field, value); }, key.field);
     }
 }
 
@@ -112,8 +111,9 @@ void Config::writeDefaultConfiguration()
 {
     if (!hasRoomToSave(settings->fileName()))
         return;
-    for (const Key& key : keysOf(m_records)) {
-        // Deliberate: a new file has "Modem/dns0" written twice and no "Modem/dns1"; the first save adds it.
+    for (const Key& key : keysOf(records)) {
+        // Compatibility: a new file has "Modem/dns0" written twice and no "Modem/dns1"; the first save adds
+        // it.
         const char* name = qstrcmp(key.name, "Modem/dns1") == 0 ? "Modem/dns0" : key.name;
         settings->setValue(QLatin1String(name), key.fallback);
     }
@@ -122,10 +122,10 @@ void Config::writeDefaultConfiguration()
 
 void Config::writeConfiguration()
 {
-    // Deliberate: not reported, like any file that cannot be written. The next save writes all of it.
+    // Compatibility: not reported, like any file that cannot be written. The next save writes all of it.
     if (!hasRoomToSave(settings->fileName()))
         return;
-    for (const Key& key : keysOf(m_records)) {
+    for (const Key& key : keysOf(records)) {
         const QVariant value = std::visit([](const auto* field) { return valueOf(field); }, key.field);
         settings->setValue(QLatin1String(key.name), value);
     }

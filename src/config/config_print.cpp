@@ -21,7 +21,7 @@ QString word(bool flag)
 // Secrets are printed in clear; the operator's guide says how to fence the log off.
 void Config::printConfiguration()
 {
-    const auto& [mqtt, ethernet, wifi, modem] = m_records;
+    const auto& [mqtt, ethernet, wifi, modem] = records;
     const Line lines[] = {
         {"mqtt.url", mqtt.url},
         {"mqtt.port", QString::number(mqtt.port)},
@@ -47,7 +47,7 @@ void Config::printConfiguration()
         {"wifi.dns0", wifi.ipv4.dns0},
         {"wifi.dns1", wifi.ipv4.dns1},
         {"modem.id", modem.id},
-        {"modem.autocon", QString::number(modem.autocon)}, // deliberate: a number here, words above
+        {"modem.autocon", QString::number(modem.autocon)}, // Compatibility: a number, not a word.
         {"modem.username", modem.username},
         {"modem.password", modem.password},
         {"modem.apn", modem.apn},
@@ -55,7 +55,7 @@ void Config::printConfiguration()
         {"modem.pin", modem.pin},
         {"modem.method", modem.ipv4.method},
         {"modem.address", modem.ipv4.address},
-        {"modem.netmask", modem.ipv4.address}, // deliberate: the address again, the mask is never printed
+        {"modem.netmask", modem.ipv4.address}, // Compatibility: not the mask.
         {"modem.gateway", modem.ipv4.gateway},
         {"modem.dns0", modem.ipv4.dns0},
         {"modem.dns1", modem.ipv4.dns1},

@@ -110,9 +110,11 @@ private:
 
     // Lookups: engine_lookup.cpp
     bool isCarrierDetected(const DevicePtr& device);
-    /** Whether its class is that of its kind: the library makes a plain one where NetworkManager did not
-     * tell. */
-    static bool isWhole(const DevicePtr& device);
+    /**
+     * Whether the library could read the device's type. If not, it has made a plain Device instead of a
+     * WiredDevice, WirelessDevice or ModemDevice.
+     */
+    static bool classFitsType(const DevicePtr& device);
     static bool isLoopback(const DevicePtr& device);
     DevicePtr getDeviceFromUni(const QString& uni);
     DevicePtr getDeviceFromSender(QObject* sender);
@@ -151,10 +153,9 @@ private:
     /** What is provisioned: a device and the connection that belongs to it. */
     struct Target {
         DevicePtr device;
-        QString kind; // the device type's word, which every message starts with
         QString name; // of the connection, looked up and written as its id; empty for nothing to provision
-        NetworkManager::ConnectionSettings::ConnectionType type = NetworkManager::ConnectionSettings::Unknown;
-        QString specificObject; // path of the access point; wifi only
+        NetworkManager::ConnectionSettings::ConnectionType type;
+        QString specificObject = {}; // path of the access point; wifi only
         QString security = QStringLiteral("unknown"); // of the access point, as apSecurity() names it
     };
     using ConnectionPtr = QSharedPointer<NetworkManager::Connection>;
@@ -169,8 +170,10 @@ private:
      * @return the connection that is configured now; null when provisioning stopped or failed
      */
     ConnectionPtr updateConnection(const DevicePtr& device, const Config& config);
-    bool chooseTarget(const DevicePtr& device, const Config& config, Target& target);
-    bool chooseAccessPoint(const QString& ssid, Target& target);
+    /** The device type's word, which every message about a target starts with. */
+    static QString kindOf(const Target& target);
+    std::optional<Target> chooseTarget(const DevicePtr& device, const Config& config);
+    std::optional<Target> chooseAccessPoint(const DevicePtr& device, const QString& ssid);
     ConnectionPtr createConnection(const Target& target, const Config& config);
     ConnectionPtr refreshConnection(const Target& target, const ConnectionPtr& connection,
                                     const Config& config);
@@ -179,8 +182,9 @@ private:
     void clearSecrets(const Target& target, NetworkManager::Connection& connection);
     bool saveSettings(const Target& target, NetworkManager::Connection& connection,
                       const SettingsPtr& settings);
-    bool mendRefused(NMVariantMapMap& map, const NetworkManager::ConnectionSettings& settings,
-                     const QDBusError& error, const Target& target);
+    /** Corrects a refused map; false when the refusal is final. */
+    bool correctForRetry(NMVariantMapMap& map, const NetworkManager::ConnectionSettings& settings,
+                         const QDBusError& error, const Target& target);
     bool mustWait(const Target& target);
     bool lacksCarrier(const DevicePtr& device);
     bool activate(const Target& target, const NetworkManager::Connection& connection);

@@ -11,7 +11,7 @@ using NetworkManager::Device;
 
 void Engine::processEthernetConfigSetCommand(const QJsonObject& data)
 {
-    // Deliberate: the error for a missing device names the get command, here and for wifi.
+    // Compatibility: the error for a missing device names the get command, here and for wifi.
     const DevicePtr device = requestedDevice(data, Device::Ethernet, QStringLiteral("ethernet/config/get"));
     if (!device)
         return;

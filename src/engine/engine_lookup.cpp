@@ -22,7 +22,7 @@ bool Engine::isCarrierDetected(const DevicePtr& device)
     return carrier;
 }
 
-bool Engine::isWhole(const DevicePtr& device)
+bool Engine::classFitsType(const DevicePtr& device)
 {
     switch (device->type()) {
     case Device::Ethernet:
@@ -44,7 +44,7 @@ bool Engine::isLoopback(const DevicePtr& device)
 Engine::DevicePtr Engine::getDeviceFromUni(const QString& uni)
 {
     DevicePtr device = NetworkManager::findNetworkInterface(uni);
-    if (!device) // deliberate: the message names the other lookup
+    if (!device) // Compatibility: the message names the other lookup.
         log(Log::Error, "getDeviceFromSender(): No device found for %s", qPrintable(uni));
     return device;
 }
@@ -54,8 +54,8 @@ Engine::DevicePtr Engine::getDeviceFromSender(QObject* sender)
     const auto* object = qobject_cast<Device*>(sender);
     const QString uni = object ? object->uni() : QString();
     DevicePtr device = NetworkManager::findNetworkInterface(uni);
-    // The sender may be of before a restart of NetworkManager, and this one of after it.
-    if (device && isWhole(device))
+    // The sender may predate a restart of NetworkManager; this is the object now at its path.
+    if (device && classFitsType(device))
         return device;
     log(Log::Error, "getDeviceFromSender(): No device found for %s", qPrintable(uni));
     return {};
@@ -76,7 +76,7 @@ Engine::DevicePtr Engine::findDevice(const QString& name, Device::Type type)
     for (const Device::Ptr& device : devices) {
         const bool nameFits = name.isEmpty() || device->interfaceName() == name;
         const bool typeFits = type == Device::UnknownType || device->type() == type;
-        if (anything && nameFits && typeFits && isWhole(device))
+        if (anything && nameFits && typeFits && classFitsType(device))
             return device;
     }
     log(Log::Error, "ERROR: Could not find device with name=%s and type=%s", qPrintable(name),

@@ -52,7 +52,7 @@ void Engine::monitorNetwork()
 
 void Engine::reloadDevice(const DevicePtr& device)
 {
-    if (!isWhole(device)) {
+    if (!classFitsType(device)) {
         log(Log::Error, "Device could not be read, skipping it: %s", qPrintable(device->interfaceName()));
         return;
     }
@@ -96,7 +96,7 @@ void Engine::monitorDevice(const DevicePtr& device)
     connect(device.data(), &Device::stateChanged, this, &Engine::onDeviceStateChanged);
     connect(device.data(), &Device::managedChanged, this, &Engine::onDeviceManagedChanged);
     connect(device.data(), &Device::interfaceNameChanged, this, &Engine::onInterfaceNameChanged);
-    // Deliberate: a wired device's carrier is not followed; it is tested when a connection is provisioned.
+    // Compatibility: a wired device's carrier is not followed; it is tested when a connection is provisioned.
     if (device->type() == Device::Wifi)
         monitorWifi(device.objectCast<WirelessDevice>());
     else if (device->type() == Device::Modem)

@@ -20,59 +20,55 @@ QSharedPointer<Connection> Engine::updateConnection(const DevicePtr& device, con
 {
     if (!device || !device->isValid())
         return {};
-    Target target;
-    if (!chooseTarget(device, config, target))
+    const std::optional<Target> target = chooseTarget(device, config);
+    if (!target)
         return {};
-    log(Log::Info, "[%s] Checking connection: %s", qPrintable(target.kind), qPrintable(target.name));
-    if (target.name.isEmpty())
+    log(Log::Info, "[%s] Checking connection: %s", qPrintable(kindOf(*target)), qPrintable(target->name));
+    if (target->name.isEmpty())
         return {};
-    const Connection::Ptr connection = findConnection(target.name, DevicePtr());
-    return connection ? refreshConnection(target, connection, config) : createConnection(target, config);
+    const Connection::Ptr connection = findConnection(target->name, DevicePtr());
+    return connection ? refreshConnection(*target, connection, config) : createConnection(*target, config);
 }
 
-bool Engine::chooseTarget(const DevicePtr& device, const Config& config, Target& target)
+QString Engine::kindOf(const Target& target)
 {
-    target.device = device;
-    target.kind = deviceTypeToString(device->type());
+    return deviceTypeToString(target.device->type());
+}
+
+std::optional<Engine::Target> Engine::chooseTarget(const DevicePtr& device, const Config& config)
+{
     switch (device->type()) {
     case Device::Ethernet:
-        target.name = config.ethernet().id;
-        target.type = ConnectionSettings::Wired;
-        return true;
+        return Target {device, config.ethernet().id, ConnectionSettings::Wired};
     case Device::Wifi:
-        return chooseAccessPoint(config.wifi().ssid, target);
+        return chooseAccessPoint(device, config.wifi().ssid);
     case Device::Modem:
-        target.name = config.modem().id;
-        target.type = ConnectionSettings::Gsm;
-        return true;
+        return Target {device, config.modem().id, ConnectionSettings::Gsm};
     default:
-        return true; // without a name: nothing to provision
+        return Target {device, QString(), ConnectionSettings::Unknown};
     }
 }
 
-bool Engine::chooseAccessPoint(const QString& ssid, Target& target)
+std::optional<Engine::Target> Engine::chooseAccessPoint(const DevicePtr& device, const QString& ssid)
 {
     if (ssid.isEmpty()) {
-        log(Log::Info, "[%s] SSID not configured. Will not attempt to connect.", qPrintable(target.kind));
-        return false;
+        log(Log::Info, "[%s] SSID not configured. Will not attempt to connect.",
+            qPrintable(deviceTypeToString(device->type())));
+        return std::nullopt;
     }
-    const NetworkManager::AccessPoint::Ptr accessPoint = findAccessPoint(target.device, ssid);
+    const NetworkManager::AccessPoint::Ptr accessPoint = findAccessPoint(device, ssid);
     if (!accessPoint) {
         log(Log::Info, "[Wifi] Configured access point '%s' not in range. Will not attempt to connect.",
             qPrintable(ssid));
-        return false;
+        return std::nullopt;
     }
-    target.name = ssid;
-    target.type = ConnectionSettings::Wireless;
-    target.specificObject = accessPoint->uni();
-    target.security = apSecurity(accessPoint);
-    return true;
+    return Target {device, ssid, ConnectionSettings::Wireless, accessPoint->uni(), apSecurity(accessPoint)};
 }
 
 QSharedPointer<Connection> Engine::createConnection(const Target& target, const Config& config)
 {
-    log(Log::Info, "[%s] Connection '%s' does not exist. Creating and activating.", qPrintable(target.kind),
-        qPrintable(target.name));
+    log(Log::Info, "[%s] Connection '%s' does not exist. Creating and activating.",
+        qPrintable(kindOf(target)), qPrintable(target.name));
     if (lacksCarrier(target.device) || mustWait(target))
         return {};
 
@@ -86,14 +82,14 @@ QSharedPointer<Connection> Engine::createConnection(const Target& target, const 
     do {
         reply = NetworkManager::addAndActivateConnection(map, target.device->uni(), target.specificObject);
         reply.waitForFinished(); // blocks the event loop until NetworkManager answers, as every request here
-    } while (reply.isError() && mendRefused(map, *settings, reply.error(), target));
+    } while (reply.isError() && correctForRetry(map, *settings, reply.error(), target));
 
     if (!reply.isValid()) {
-        log(Log::Info, "[%s] Failed to create connection '%s' : %s", qPrintable(target.kind),
+        log(Log::Info, "[%s] Failed to create connection '%s' : %s", qPrintable(kindOf(target)),
             qPrintable(target.name), qPrintable(reply.error().message()));
         return {};
     }
-    log(Log::Info, "[%s] Connection '%s' created successfully.", qPrintable(target.kind),
+    log(Log::Info, "[%s] Connection '%s' created successfully.", qPrintable(kindOf(target)),
         qPrintable(target.name));
     return NetworkManager::findConnection(reply.argumentAt<0>().path());
 }
@@ -101,39 +97,41 @@ QSharedPointer<Connection> Engine::createConnection(const Target& target, const 
 QSharedPointer<Connection> Engine::refreshConnection(const Target& target, const Connection::Ptr& connection,
                                                      const Config& config)
 {
-    log(Log::Info, "[%s] Connection '%s' already exists.", qPrintable(target.kind), qPrintable(target.name));
-    // A copy: the object that the library hands out is its cache, and must go on showing what is in force.
+    log(Log::Info, "[%s] Connection '%s' already exists.", qPrintable(kindOf(target)),
+        qPrintable(target.name));
+    // A copy, because the library hands out its cache, which must keep showing what is in force.
     const ConnectionSettings::Ptr settings(new ConnectionSettings(connection->settings()->toMap()));
     fetchSecrets(target, *connection, settings);
     const bool hadSecret = hasSecret(settings->toMap());
 
     if (updateConnectionSettings(settings, config, target.security)) {
         log(Log::Info, "[%s] Connection settings have changed. Applying new settings.",
-            qPrintable(target.kind));
+            qPrintable(kindOf(target)));
         if (mustWait(target))
             return {};
         if (!saveSettings(target, *connection, settings))
             return {};
+        // Only after the update: a refused one must not cost the secrets that are in force.
         if (hadSecret && !hasSecret(settings->toMap()))
             clearSecrets(target, *connection);
         if (lacksCarrier(target.device) || !activate(target, *connection))
             return {};
-        log(Log::Info, "[%s] Connection '%s' updated.", qPrintable(target.kind), qPrintable(target.name));
+        log(Log::Info, "[%s] Connection '%s' updated.", qPrintable(kindOf(target)), qPrintable(target.name));
         return connection;
     }
 
-    log(Log::Info, "[%s] No update required for connection '%s'.", qPrintable(target.kind),
+    log(Log::Info, "[%s] No update required for connection '%s'.", qPrintable(kindOf(target)),
         qPrintable(target.name));
     if (lacksCarrier(target.device))
         return {};
     const NetworkManager::ActiveConnection::Ptr active = target.device->activeConnection();
     if (active && active->connection() == connection)
         return connection;
-    log(Log::Info, "[%s] Connection '%s' not active. Activating.", qPrintable(target.kind),
+    log(Log::Info, "[%s] Connection '%s' not active. Activating.", qPrintable(kindOf(target)),
         qPrintable(target.name));
     if (!activate(target, *connection))
         return {};
-    log(Log::Info, "[%s] Connection '%s' activated.", qPrintable(target.kind), qPrintable(target.name));
+    log(Log::Info, "[%s] Connection '%s' activated.", qPrintable(kindOf(target)), qPrintable(target.name));
     return connection;
 }
 
@@ -147,26 +145,25 @@ void Engine::fetchSecrets(const Target& target, Connection& connection,
         if (reply.isValid())
             security->fromMap(reply.value().value(security->name()));
         else
-            log(Log::Info, "[%s] Failed to get secrets: '%s' : %s", qPrintable(target.kind),
+            log(Log::Info, "[%s] Failed to get secrets: '%s' : %s", qPrintable(kindOf(target)),
                 qPrintable(target.name), qPrintable(reply.error().message()));
     }
     if (settings->connectionType() == ConnectionSettings::Gsm) {
         const Setting::Ptr gsm = settings->setting(Setting::Gsm);
         QDBusPendingReply<NMVariantMapMap> reply = connection.secrets(gsm->name());
         reply.waitForFinished();
-        if (reply.isValid()) // deliberate: a refusal is not logged here
+        if (reply.isValid()) // Compatibility: a refusal is not logged here.
             gsm->secretsFromMap(reply.value().value(gsm->name()));
     }
 }
 
-// An update with any secret replaces them all, but one without keeps those that are stored. Only after it,
-// because a refused update must not cost the secrets in force.
+// An update that carries any secret replaces them all; one that carries none keeps those that are stored.
 void Engine::clearSecrets(const Target& target, Connection& connection)
 {
     QDBusPendingReply<> reply = connection.clearSecrets();
     reply.waitForFinished();
     if (reply.isError())
-        log(Log::Debug, "[%s] Failed to clear secrets: '%s' : %s", qPrintable(target.kind),
+        log(Log::Debug, "[%s] Failed to clear secrets: '%s' : %s", qPrintable(kindOf(target)),
             qPrintable(target.name), qPrintable(reply.error().message()));
 }
 
@@ -174,43 +171,43 @@ bool Engine::saveSettings(const Target& target, Connection& connection,
                           const ConnectionSettings::Ptr& settings)
 {
     NMVariantMapMap map = settings->toMap();
-    addEmptyGsmSecrets(map); // deliberate: whatever the kind of the connection
+    addEmptyGsmSecrets(map); // Compatibility: whatever the kind of the connection.
     QDBusPendingReply<> reply;
     do {
         reply = connection.update(map);
         reply.waitForFinished();
-    } while (reply.isError() && mendRefused(map, *settings, reply.error(), target));
+    } while (reply.isError() && correctForRetry(map, *settings, reply.error(), target));
 
     if (!reply.isValid()) {
-        log(Log::Info, "[%s] Failed to update connection '%s' : %s", qPrintable(target.kind),
+        log(Log::Info, "[%s] Failed to update connection '%s' : %s", qPrintable(kindOf(target)),
             qPrintable(target.name), qPrintable(reply.error().message()));
         return false;
     }
-    // The library would learn of the change only later, and documents of this very moment show its cache.
+    // Documents published in this pass show the library's cache, which would learn of the change only later.
     const ConnectionSettings::Ptr cache = connection.settings();
     cache->setAutoconnect(settings->autoconnect());
     cache->fromMap(withoutSecrets(map));
     return true;
 }
 
-bool Engine::mendRefused(NMVariantMapMap& map, const ConnectionSettings& settings, const QDBusError& error,
-                         const Target& target)
+bool Engine::correctForRetry(NMVariantMapMap& map, const ConnectionSettings& settings,
+                             const QDBusError& error, const Target& target)
 {
     if (!correctRefusedMap(map, settings, error.message()))
         return false;
     log(Log::Debug, "[%s] Settings of connection '%s' refused, sending them corrected : %s",
-        qPrintable(target.kind), qPrintable(target.name), qPrintable(error.message()));
+        qPrintable(kindOf(target)), qPrintable(target.name), qPrintable(error.message()));
     return true;
 }
 
-// A request now would go to another connection, or add one a second time. NetworkManager will announce each
-// device again, and that starts over.
+// A request now could reach a different connection or create a duplicate. After the restart NetworkManager
+// announces every device again, which provisions it again.
 bool Engine::mustWait(const Target& target)
 {
     if (!ipc->bus().libraryIsStale())
         return false;
     log(Log::Info, "[%s] NetworkManager restarts. Connection '%s' will be checked again.",
-        qPrintable(target.kind), qPrintable(target.name));
+        qPrintable(kindOf(target)), qPrintable(target.name));
     return true;
 }
 
@@ -227,7 +224,7 @@ bool Engine::activate(const Target& target, const Connection& connection)
         = NetworkManager::activateConnection(connection.path(), target.device->uni(), target.specificObject);
     reply.waitForFinished();
     if (!reply.isValid()) {
-        log(Log::Info, "[%s] Failed to activate connection: %s", qPrintable(target.kind),
+        log(Log::Info, "[%s] Failed to activate connection: %s", qPrintable(kindOf(target)),
             qPrintable(reply.error().message()));
         return false;
     }

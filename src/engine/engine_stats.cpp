@@ -22,9 +22,13 @@ namespace
 {
 
 // Under /tmp it vanishes at a reboot, when the kernel's counters start from 0.
-const QString snapshotPath = QStringLiteral("/tmp/modem-snapshot.ini");
-const QString interfacePath = QStringLiteral("/sys/class/net/%1");
-const QString counterPath = QStringLiteral("/sys/class/net/%1/statistics/%2");
+constexpr char snapshotPath[] = "/tmp/modem-snapshot.ini";
+
+/** The kernel's folder about a network interface; it exists while the interface does. */
+QString interfacePath(const QString& interface)
+{
+    return QLatin1String("/sys/class/net/") + interface;
+}
 
 } // namespace
 
@@ -78,8 +82,8 @@ Engine::DevicePtr Engine::connectedModem()
 {
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
-        if (device->isValid() && !isLoopback(device) && device->type() == Device::Modem && isWhole(device)
-            && mapDeviceState(device->state()) == Connected)
+        if (device->isValid() && !isLoopback(device) && device->type() == Device::Modem
+            && classFitsType(device) && mapDeviceState(device->state()) == Connected)
             return device;
     }
     return {};
@@ -95,14 +99,13 @@ ModemStats Engine::getModemStats(const NetworkManager::ModemDevice::Ptr& device)
     if (bearers.isEmpty())
         return {};
     QString interface = bearers.first()->interface();
-    // The bearer of a dialled call names the serial port; the data passes through the interface on top of it.
-    if (interface.isEmpty() || !QFileInfo::exists(interfacePath.arg(interface)))
+    // During a dialled call the bearer names the serial port; the data passes through the interface above it.
+    if (interface.isEmpty() || !QFileInfo::exists(interfacePath(interface)))
         interface = device->ipInterfaceName();
     ModemStats stats;
-    stats.rxbytes
-        = static_cast<quint64>(readIntegerFromFile(counterPath.arg(interface, QStringLiteral("rx_bytes"))));
-    stats.txbytes
-        = static_cast<quint64>(readIntegerFromFile(counterPath.arg(interface, QStringLiteral("tx_bytes"))));
+    const QString counters = interfacePath(interface) + QLatin1String("/statistics/");
+    stats.rxbytes = static_cast<quint64>(readIntegerFromFile(counters + QLatin1String("rx_bytes")));
+    stats.txbytes = static_cast<quint64>(readIntegerFromFile(counters + QLatin1String("tx_bytes")));
     return stats;
 }
 
@@ -113,14 +116,15 @@ void Engine::updateModemStats()
         return;
     const ModemStats stats = getModemStats(device.objectCast<NetworkManager::ModemDevice>());
     // A sample that cannot be kept is skipped, and its bytes are booked by the next one that can.
-    if (const auto snapshot = openSnapshot(snapshotPath); snapshot && hasRoomToSave(statsStore.fileName()))
+    if (const auto snapshot = openSnapshot(QLatin1String(snapshotPath));
+        snapshot && hasRoomToSave(statsStore.fileName()))
         bookSample(stats, *snapshot);
     publishModemStats();
 }
 
 void Engine::bookSample(const ModemStats& stats, QSettings& snapshot)
 {
-    // The kernel counts 64 bits; deliberately only the low 32 are booked.
+    // Compatibility: the kernel counts 64 bits, only the low 32 are booked.
     const Usage counters {static_cast<quint32>(stats.rxbytes), static_cast<quint32>(stats.txbytes)};
     const QDateTime now = QDateTime::currentDateTime();
     const QString month = monthName(now);

@@ -5,6 +5,8 @@
 #include <NetworkManagerQt/WirelessSecuritySetting>
 #include <NetworkManagerQt/WirelessSetting>
 
+#include <optional>
+
 namespace Lanvoy
 {
 
@@ -20,9 +22,24 @@ using NetworkManager::Setting;
 using NetworkManager::WirelessSecuritySetting;
 using NetworkManager::WirelessSetting;
 
-// The security words that a profile can follow; with any other it stays open.
-const QStringList securedWords
-    = {QStringLiteral("wep"), QStringLiteral("wpa1"), QStringLiteral("wpa2"), QStringLiteral("wpa1-wpa2")};
+/** The key management that an access point's security word asks for; none for an open profile. */
+std::optional<WirelessSecuritySetting::KeyMgmt> keyManagementFor(const QString& security)
+{
+    constexpr struct {
+        const char* security;
+        WirelessSecuritySetting::KeyMgmt management;
+    } rows[] = {
+        {"wep", WirelessSecuritySetting::Wep},
+        {"wpa1", WirelessSecuritySetting::WpaPsk},
+        {"wpa2", WirelessSecuritySetting::WpaPsk},
+        {"wpa1-wpa2", WirelessSecuritySetting::WpaPsk},
+    };
+    for (const auto& row : rows) {
+        if (security == QLatin1String(row.security))
+            return row.management;
+    }
+    return std::nullopt;
+}
 
 template<typename T>
 QSharedPointer<T> settingOf(const ConnectionSettings::Ptr& settings, Setting::SettingType type)
@@ -30,9 +47,10 @@ QSharedPointer<T> settingOf(const ConnectionSettings::Ptr& settings, Setting::Se
     return settings->setting(type).staticCast<T>();
 }
 
-/** Writes @p wanted through @p setter when it differs from @p current; returns whether it did. */
+/** Writes @p wanted through @p setter if it differs from @p current; returns whether it did. */
 template<typename Object, typename Value, typename Argument>
-bool assign(Object& object, const Value& current, const Value& wanted, void (Object::*setter)(Argument))
+bool setIfDifferent(Object& object, const Value& current, const Value& wanted,
+                    void (Object::*setter)(Argument))
 {
     if (current == wanted)
         return false;
@@ -65,7 +83,7 @@ QList<QHostAddress> nameServers(const QList<QHostAddress>& addresses)
     return servers;
 }
 
-// The static address stands in three places; what is left in one of them would stay in force.
+// The static address is stored in three places. One that is left in any of them stays in force.
 void setAddresses(Ipv4Setting& setting, const QList<IpAddress>& addresses)
 {
     setting.setAddresses(addresses);
@@ -75,7 +93,7 @@ void setAddresses(Ipv4Setting& setting, const QList<IpAddress>& addresses)
 
 bool switchMethod(Ipv4Setting& setting, Ipv4Setting::ConfigMethod method)
 {
-    return assign(setting, setting.method(), method, &Ipv4Setting::setMethod);
+    return setIfDifferent(setting, setting.method(), method, &Ipv4Setting::setMethod);
 }
 
 bool applyAuto(Ipv4Setting& setting)
@@ -108,27 +126,26 @@ bool applyManual(Ipv4Setting& setting, const Config::Ipv4Config& ipv4)
 
 bool updateWired(const ConnectionSettings::Ptr& settings, const Config::Ethernet& record)
 {
-    bool changed = assign(*settings, settings->id(), record.id, &ConnectionSettings::setId);
-    changed
-        |= assign(*settings, settings->autoconnect(), record.autocon, &ConnectionSettings::setAutoconnect);
+    bool changed = setIfDifferent(*settings, settings->id(), record.id, &ConnectionSettings::setId);
+    changed |= setIfDifferent(*settings, settings->autoconnect(), record.autocon,
+                              &ConnectionSettings::setAutoconnect);
     changed |= Engine::updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
     return changed;
 }
 
-bool updateSecurity(WirelessSecuritySetting& security, const QString& word, const QString& key)
+bool updateSecurity(WirelessSecuritySetting& security, WirelessSecuritySetting::KeyMgmt management,
+                    const QString& key)
 {
-    // A key that is left to an agent would be missing and count as changed with each run; hence the flags.
-    bool changed = false;
-    if (word == QLatin1String("wep")) {
-        changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::Wep,
-                          &WirelessSecuritySetting::setKeyMgmt);
-        changed |= assign(security, security.wepKey0(), key, &WirelessSecuritySetting::setWepKey0);
+    bool changed
+        = setIfDifferent(security, security.keyMgmt(), management, &WirelessSecuritySetting::setKeyMgmt);
+    // Flag None stores the key in the profile. GetSecrets does not return an agent's key, which would look
+    // changed on every run.
+    if (management == WirelessSecuritySetting::Wep) {
+        changed |= setIfDifferent(security, security.wepKey0(), key, &WirelessSecuritySetting::setWepKey0);
         security.setWepKeyType(WirelessSecuritySetting::Passphrase);
         security.setWepKeyFlags(Setting::None);
     } else {
-        changed |= assign(security, security.keyMgmt(), WirelessSecuritySetting::WpaPsk,
-                          &WirelessSecuritySetting::setKeyMgmt);
-        changed |= assign(security, security.psk(), key, &WirelessSecuritySetting::setPsk);
+        changed |= setIfDifferent(security, security.psk(), key, &WirelessSecuritySetting::setPsk);
         security.setPskFlags(Setting::None);
     }
     security.setInitialized(true);
@@ -138,26 +155,26 @@ bool updateSecurity(WirelessSecuritySetting& security, const QString& word, cons
 bool updateWireless(const ConnectionSettings::Ptr& settings, const Config::Wifi& record, const QString& word)
 {
     const auto wireless = settingOf<WirelessSetting>(settings, Setting::Wireless);
-    bool changed = assign(*settings, settings->id(), record.ssid, &ConnectionSettings::setId);
-    changed
-        |= assign(*settings, settings->autoconnect(), record.autocon, &ConnectionSettings::setAutoconnect);
+    bool changed = setIfDifferent(*settings, settings->id(), record.ssid, &ConnectionSettings::setId);
+    changed |= setIfDifferent(*settings, settings->autoconnect(), record.autocon,
+                              &ConnectionSettings::setAutoconnect);
 
-    // Deliberate: compared as Latin-1 but written as UTF-8, so that a name beyond ASCII always counts as
+    // Compatibility: compared as Latin-1 but written as UTF-8, so a name beyond ASCII always counts as
     // changed.
     if (QString::fromLatin1(wireless->ssid().constData()) != record.ssid) {
         wireless->setSsid(record.ssid.toUtf8());
         changed = true;
     }
-    if (securedWords.contains(word)) {
+    if (const auto management = keyManagementFor(word)) {
         const auto security = settingOf<WirelessSecuritySetting>(settings, Setting::WirelessSecurity);
-        changed |= updateSecurity(*security, word, record.key);
+        changed |= updateSecurity(*security, *management, record.key);
         wireless->setSecurity(security->name());
         wireless->setInitialized(true);
     }
     changed |= Engine::updateIpv4Configuration(settingOf<Ipv4Setting>(settings, Setting::Ipv4), record.ipv4);
 
     const auto ipv6 = settingOf<Ipv6Setting>(settings, Setting::Ipv6);
-    if (assign(*ipv6, ipv6->method(), Ipv6Setting::Ignored, &Ipv6Setting::setMethod)) {
+    if (setIfDifferent(*ipv6, ipv6->method(), Ipv6Setting::Ignored, &Ipv6Setting::setMethod)) {
         ipv6->setInitialized(true);
         changed = true;
     }
@@ -166,7 +183,7 @@ bool updateWireless(const ConnectionSettings::Ptr& settings, const Config::Wifi&
 
 bool updateGsm(const ConnectionSettings::Ptr& settings, const Config::Modem& record)
 {
-    // Deliberate: unlike for the other two kinds, these two never count as a change.
+    // Compatibility: unlike for the other two kinds, these two never count as a change.
     settings->setId(record.id);
     settings->setAutoconnect(record.autocon);
 
@@ -174,11 +191,11 @@ bool updateGsm(const ConnectionSettings::Ptr& settings, const Config::Modem& rec
     const QString apn = record.apn.trimmed();
     const QString networkId = record.network_id.trimmed();
     const auto gsm = settingOf<GsmSetting>(settings, Setting::Gsm);
-    bool changed = assign(*gsm, gsm->apn(), apn, &GsmSetting::setApn);
-    changed |= assign(*gsm, gsm->username(), record.username, &GsmSetting::setUsername);
-    changed |= assign(*gsm, gsm->networkId(), networkId, &GsmSetting::setNetworkId);
-    changed |= assign(*gsm, gsm->password(), record.password, &GsmSetting::setPassword);
-    changed |= assign(*gsm, gsm->pin(), record.pin, &GsmSetting::setPin);
+    bool changed = setIfDifferent(*gsm, gsm->apn(), apn, &GsmSetting::setApn);
+    changed |= setIfDifferent(*gsm, gsm->username(), record.username, &GsmSetting::setUsername);
+    changed |= setIfDifferent(*gsm, gsm->networkId(), networkId, &GsmSetting::setNetworkId);
+    changed |= setIfDifferent(*gsm, gsm->password(), record.password, &GsmSetting::setPassword);
+    changed |= setIfDifferent(*gsm, gsm->pin(), record.pin, &GsmSetting::setPin);
     gsm->setNumber(QStringLiteral("*99#"));
     gsm->setPasswordFlags(Setting::None);
     gsm->setPinFlags(Setting::None);

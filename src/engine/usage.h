@@ -25,7 +25,7 @@ struct Usage {
  */
 Usage bookedUsage(const Usage& month, const Usage& now, const Usage& previous);
 
-/** @return megabytes (1,000,000 bytes); deliberately negative from 2^31 bytes on */
+/** @return megabytes (1,000,000 bytes). Compatibility: negative from 2^31 bytes on. */
 double megabytes(quint32 bytes);
 
 /** @return the name of a month's group: "yyyy-MM" */

@@ -47,7 +47,7 @@ QJsonObject modemStateDocument(const NetworkManager::ModemDevice& dev, BusWatch&
 /**
  * The state that a wired device reports.
  *
- * @return Disconnected without a carrier, whatever NetworkManager says; this is deliberate and wired only
+ * @return Disconnected without a carrier, whatever NetworkManager says. Compatibility: wired devices only.
  */
 DeviceState wiredState(bool carrier, NetworkManager::Device::State state);
 

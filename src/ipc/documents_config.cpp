@@ -47,7 +47,7 @@ QJsonValue toJson(const NetworkManager::Ipv4Setting::Ptr& setting)
         object.insert(QStringLiteral("netmask"), address.netmask().toString());
         object.insert(QStringLiteral("gateway"), address.gateway().toString());
     }
-    // Deliberate: at most two, although the state documents list all of them.
+    // Compatibility: at most two, although the state documents list all of them.
     const QList<QHostAddress> dns = setting->dns();
     if (dns.size() > 0)
         object.insert(QStringLiteral("dns0"), dns.at(0).toString());

@@ -43,19 +43,20 @@ template<typename Add> void addMembers(const AccessPointFacts& point, Add add)
 void write(JsonWriter& json, const AccessPointFacts& point)
 {
     addMembers(point, [&json](const char* key, const auto& value) { json.member(key, value); });
-    json.endObject();
 }
 
-void write(JsonWriter& json, const QVector<AccessPointFacts>& points)
+void writeList(JsonWriter& json, const char* key, const QVector<AccessPointFacts>& points)
 {
+    json.beginArray(key);
     for (const AccessPointFacts& point : points) {
         json.beginObject();
         write(json, point);
+        json.endObject();
     }
     json.endArray();
 }
 
-// Half up. Deliberate: cut, not floored, so that a negative value comes out up to one hundredth higher.
+// Half up. Compatibility: truncated, not floored, so a negative value comes out up to one hundredth higher.
 double roundToHundredths(double value)
 {
     return std::trunc(value * 100 + 0.5) / 100;
@@ -77,8 +78,7 @@ QByteArray accessPointsDocument(const QString& interfaceName, const QVector<Acce
 {
     JsonWriter json((points.size() + 1) * accessPointBytes);
     json.beginObject();
-    json.beginArray("aps");
-    write(json, points);
+    writeList(json, "aps", points);
     json.member("interface", interfaceName);
     json.endObject();
     return json.result();
@@ -96,12 +96,12 @@ QByteArray networksDocument(const QString& interfaceName, const QVector<NetworkF
     json.beginArray("networks");
     for (const NetworkFacts& network : networks) {
         json.beginObject();
-        json.beginArray("accessPoints");
-        write(json, network.accessPoints);
+        writeList(json, "accessPoints", network.accessPoints);
         json.member("device", network.device);
         if (network.referencePoint) {
             json.beginObject("referenceAP");
             write(json, *network.referencePoint);
+            json.endObject();
         } else {
             json.nullMember("referenceAP");
         }

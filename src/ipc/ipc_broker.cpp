@@ -94,7 +94,7 @@ void IPC::onMqttErrorChanged(QMqttClient::ClientError err)
 void IPC::onMqttMessage(const QByteArray& message, const QMqttTopicName& topic)
 {
     log(Log::Info, "Message Received [%s]", qPrintable(topic.name()));
-    // Deliberate: every occurrence of the base topic is taken out, not only the leading one.
+    // Compatibility: every occurrence of the base topic is removed, not only the leading one.
     const QString command = topic.name().remove(topicBase() + QLatin1Char('/'));
     log(Log::Debug, "Command : %s", qPrintable(command));
     log(Log::Debug, "Data    : %s", message.constData());

@@ -23,20 +23,17 @@ struct HeldConfig {
     std::optional<QVariantMap> secrets; // none when there is no such group or they are refused
 };
 
-HeldConfig heldConfig(Device& dev)
+/** @param secretType the group whose secrets NetworkManager is asked for; none for no secrets */
+HeldConfig heldConfig(Device& dev, std::optional<Setting::SettingType> secretType = std::nullopt)
 {
     const Connection::List connections = dev.availableConnections();
-    return {connections.isEmpty() ? nullptr : connections.first()->settings(), std::nullopt};
-}
-
-/** The same with the secrets of the group of type @p secretType, which NetworkManager is asked for. */
-HeldConfig heldConfig(Device& dev, Setting::SettingType secretType)
-{
-    HeldConfig held = heldConfig(dev);
-    const Setting::Ptr setting = held.settings ? held.settings->setting(secretType) : Setting::Ptr();
+    if (connections.isEmpty())
+        return {};
+    HeldConfig held {connections.first()->settings(), std::nullopt};
+    const Setting::Ptr setting = secretType ? held.settings->setting(*secretType) : nullptr;
     if (!setting || setting->isNull())
         return held;
-    QDBusPendingReply<NMVariantMapMap> reply = dev.availableConnections().first()->secrets(setting->name());
+    QDBusPendingReply<NMVariantMapMap> reply = connections.first()->secrets(setting->name());
     reply.waitForFinished(); // blocks the event loop until NetworkManager answers
     if (reply.isValid())
         held.secrets = reply.value().value(setting->name());

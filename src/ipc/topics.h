@@ -26,7 +26,7 @@ constexpr Topic modemConfig = {"modem/config", 2, true};
 constexpr Topic wifiAccessPoints = {"wifi/aps", 2, true};
 constexpr Topic wifiNetworks = {"wifi/networks", 2, true};
 constexpr Topic modemSignal = {"modem/signal", 2, true};
-// Deliberate: usage goes out at QoS 0 but retained, errors at QoS 0 and not retained.
+// Compatibility: usage goes out at QoS 0 but retained, errors at QoS 0 and not retained.
 constexpr Topic modemStats = {"modem/stats", 0, true};
 constexpr Topic error = {"error", 0, false};
 } // namespace Topics

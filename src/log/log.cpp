@@ -32,7 +32,7 @@ const LevelRow& rowOf(Log::Level level)
     return level >= Log::Error && level <= Log::Debug ? levelRows[level] : otherLevel;
 }
 
-// Deliberate: both parts of the clock are taken as signed 32-bit numbers.
+// Compatibility: both parts of the clock are taken as signed 32-bit numbers.
 double wallClockMs()
 {
     timespec now = {};

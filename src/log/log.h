@@ -38,9 +38,10 @@ void setLevel(Level level);
  * @param format printf format of the message; text from outside is only ever an argument
  * @param args   its arguments, expanded by syslog
  */
-void vprint(Level level, const char* format, va_list args);
+void vprint(Level level, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
 /** Writes one line whose message is @p tag followed by @p format; the shape of every class logger. */
-void vprint(Level level, const char* tag, const char* format, va_list args);
+void vprint(Level level, const char* tag, const char* format, va_list args)
+    __attribute__((format(printf, 3, 0)));
 
 } // namespace Log

@@ -16,7 +16,7 @@ struct StateRow {
 };
 
 constexpr StateRow stateRows[] = {
-    {Device::Failed, Unavailable}, // deliberate: failed is unavailable, not disconnected
+    {Device::Failed, Unavailable}, // Compatibility: not Disconnected.
     {Device::UnknownState, Unavailable},
     {Device::Unavailable, Unavailable},
     {Device::Unmanaged, Unavailable},
@@ -37,7 +37,7 @@ constexpr Name deviceStateNames[] = {
 };
 
 constexpr Name deviceTypeNames[] = {
-    {Device::UnknownType, "UnkownType"}, // deliberate spelling, clients match it
+    {Device::UnknownType, "UnkownType"}, // Compatibility: the spelling.
     {Device::Ethernet, "Ethernet"},
     {Device::Wifi, "Wifi"},
     {Device::Unused1, "Unused1"},
@@ -98,7 +98,7 @@ constexpr Name mqttErrorNames[] = {
 constexpr Name reasonNames[] = {
     REASON(UnknownReason),
     REASON(NoReason),
-    // Deliberate: NowManagedReason (2) has no word.
+    // Compatibility: NowManagedReason (2) has no word.
     REASON(NowUnmanagedReason),
     REASON(ConfigFailedReason),
     REASON(ConfigUnavailableReason),
