@@ -1,10 +1,10 @@
-# Shared by the scripts of this folder: where things are, what has to be installed, how to build.
+# Shared by the scripts in this folder: where things are, which packages they need, how to build.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libkf5networkmanagerqt-dev modemmanager-qt-dev
     libmosquitto-dev)
-# The simulated gateway, the broker and what looks at its messages.
+# The simulated gateway, the broker, and the programs that show its messages.
 run_packages=(dbus gir1.2-nm-1.0 mosquitto mosquitto-clients python3 python3-dbus python3-gi python3-paho-mqtt)
 test_packages=(clang-format python3-yaml python3-pytest python3-pytest-timeout python3-jsonschema network-manager iproute2)
 lint_packages=(clang-tidy cppcheck)
@@ -16,7 +16,7 @@ as_root() {
     if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-# Installs those of the given packages that are missing.
+# Installs the given packages that are missing.
 install_missing() {
     local missing=() package
     for package; do
@@ -24,7 +24,7 @@ install_missing() {
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     say "Installing ${missing[*]} (a few minutes on a fresh machine)"
-    # No service of these packages is to start now: an installed broker would take port 1883 on this machine.
+    # Services of these packages must not start now: an installed broker would take port 1883 of this machine.
     local policy=/usr/sbin/policy-rc.d
     if [ ! -e $policy ]; then
         trap "as_root rm -f $policy" EXIT
@@ -43,7 +43,7 @@ configure() {
     rm -f "$log"
 }
 
-# build PRESET TARGET... [-- CMAKE_OPTION...]: configures when needed and builds; says what takes its time.
+# build PRESET TARGET... [-- CMAKE_OPTION...]: configures and builds, and says so, because it takes time.
 build() {
     local preset=$1 targets=()
     shift

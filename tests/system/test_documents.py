@@ -1,4 +1,4 @@
-"""Documents as a whole: golden ones, and the schemas and the README that integrators code against."""
+"""Documents as a whole: golden ones, and the schemas and docs/interface.md that integrators code against."""
 import copy
 import datetime
 import json
@@ -10,6 +10,7 @@ from conftest import ROOT, until
 
 SCHEMAS = {file.stem: json.loads(file.read_text()) for file in (ROOT / "docs/schema").glob("*.json")}
 GOLDEN = json.loads((ROOT / "tests/golden.json").read_text())  # by schema; the variants are those of a unit test
+INTERFACE = (ROOT / "docs/interface.md").read_text()
 README = (ROOT / "README.md").read_text()
 
 
@@ -54,10 +55,10 @@ def test_nothing_is_undocumented():
     technologies = SCHEMAS["common"]["$defs"]["accessTechnologies"]["items"]["enum"]
     assert words["accessPointMode"] + technologies == radio
     for topic, qos, retain in TOPICS:
-        assert f"| `{topic}` | {qos} | {'yes' if retain == 'true' else 'no'} |" in README
-    assert [command for command in COMMANDS if f"`{command}`" not in README] == []
+        assert f"| `{topic}` | {qos} | {'yes' if retain == 'true' else 'no'} |" in INTERFACE
+    assert [command for command in COMMANDS if f"`{command}`" not in INTERFACE] == []
     for key, default in keys:
-        assert f"| `{key}` | {f'`{default}` ' if default else ''}|" in README
+        assert f"| `{key}` | {f'`{default}` ' if default else ''}|" in INTERFACE
 
 
 def test_default_world(world):
@@ -138,10 +139,10 @@ def test_schemas_know_what_belongs_together(name, change):
     assert faults(name, {**GOLDEN.get(name, {}), **change})
 
 
-def test_readme_examples(world):
-    """Each example fits its schema, and each change ends up in NetworkManager as it was sent."""
+def test_written_examples(world):
+    """Each example in the documents fits its schema, and each change ends up in NetworkManager as it was sent."""
     world.run()
-    examples = re.findall(r"-t vexo/network/(\S+) -m '(.*?)'", README, re.S)
+    examples = re.findall(r"-t vexo/network/(\S+) -m '(.*?)'", INTERFACE + README, re.S)
     for topic, payload in examples:
         data = json.loads(payload)
         assert faults(schema_of(topic), data) == []
