@@ -69,8 +69,8 @@ public:
     /**
      * Opens @p fileName, creates it with defaults when it is missing, reads it and prints it to the log.
      *
-     * An empty @p fileName stands for "config.ini" beside the executable. Always completes: what cannot be
-     * read has its default, what cannot be written lives in memory.
+     * An empty @p fileName stands for "config.ini" beside the executable. Never fails: a setting that cannot
+     * be read has its default, and one that cannot be written is kept in memory only.
      */
     Config(const QString& fileName, QObject* parent);
 

@@ -18,7 +18,7 @@ QString word(bool flag)
 
 } // namespace
 
-// Secrets are printed in clear; the operator's guide says how to fence the log off.
+// Secrets are printed in clear; the guide shows how to protect the log.
 void Config::printConfiguration()
 {
     const auto& [mqtt, ethernet, wifi, modem] = records;

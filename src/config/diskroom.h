@@ -8,8 +8,8 @@ namespace Lanvoy
 /**
  * Whether the disk has room for a new version of a settings file.
  *
- * To be asked before QSettings gets a value: it saves by itself later, and on a full disk it puts an empty
- * file in the place of the old one, because it does not see that the last write failed.
+ * Ask before giving QSettings a value: it saves by itself later, and on a full disk it replaces the old file
+ * by an empty one, because it does not notice that the last write failed.
  *
  * @param path the file, which need not exist
  * @return false when less is free than twice the file's size and one block; true also where the file system

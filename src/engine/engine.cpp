@@ -47,7 +47,7 @@ void Engine::onIPCDiscconnected()
     log(Log::Info, "IPC Disconnected.");
 }
 
-// Without the bus the libraries would go on showing what they last knew. The unit starts a new process.
+// Without the bus the libraries would keep showing their last values. The unit starts a new process.
 void Engine::onBusDisconnected()
 {
     log(Log::Error, "Lost the system bus, exiting.");

@@ -39,7 +39,7 @@ void Engine::reload()
 
 void Engine::monitorNetwork()
 {
-    // Only what this object has connected: the libraries depend on connections of their own.
+    // Only connections of this object: the libraries depend on connections of their own.
     disconnect(NetworkManager::settingsNotifier(), nullptr, this, nullptr);
     NetworkManager::Notifier* notifier = NetworkManager::notifier();
     disconnect(notifier, nullptr, this, nullptr);
@@ -91,7 +91,7 @@ void Engine::monitorDevice(const DevicePtr& device)
 {
     log(Log::Info, "[%s] Started monitoring device: %s", qPrintable(deviceTypeToString(device->type())),
         qPrintable(device->interfaceName()));
-    // Only what this object has connected: a wireless device's own receivers keep its list of networks right.
+    // Only connections of this object: others of a wireless device keep its list of networks correct.
     disconnect(device.data(), nullptr, this, nullptr);
     connect(device.data(), &Device::stateChanged, this, &Engine::onDeviceStateChanged);
     connect(device.data(), &Device::managedChanged, this, &Engine::onDeviceManagedChanged);
@@ -105,8 +105,7 @@ void Engine::monitorDevice(const DevicePtr& device)
 
 void Engine::monitorWifi(const WirelessDevice::Ptr& device)
 {
-    // The handlers hold the path, not the pointer: a held device would live on after NetworkManager's
-    // restart.
+    // The handlers keep the path, not the pointer: a kept device would come back to life after a restart.
     const QString uni = device->uni();
     connect(device.data(), &WirelessDevice::accessPointAppeared, this,
             [this, uni](const QString& point) { onAccessPointAppeared(uni, point); });
@@ -125,8 +124,8 @@ void Engine::monitorModem(const ModemDevice::Ptr& device)
         return;
     const QString uni = device->uni();
     const QString udi = device->udi();
-    // The watch's signals, because the library's leave out what changes while it reads the modem. With the
-    // library's object as context they end when that does.
+    // The bus watch's signals, because the library's leave out what changes while it reads the modem. The
+    // context is the library's object, so that these connections end with it.
     BusWatch& bus = ipc->bus();
     disconnect(&bus, nullptr, modem.data(), nullptr);
     connect(&bus, &BusWatch::signalQualityChanged, modem.data(), [=](const QString& path, uint quality) {

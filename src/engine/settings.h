@@ -15,17 +15,17 @@ bool hasSecret(const NMVariantMapMap& map);
 void addEmptyGsmSecrets(NMVariantMapMap& map);
 
 /**
- * Mends a settings map after NetworkManager refused it for something that the map itself carries or lacks.
+ * Corrects a settings map that NetworkManager refused because of something the map itself carries or lacks.
  *
  * @param map      changed in place
  * @param settings what the map was made of
  * @param error    NetworkManager's message, "group.property: reason"
- * @return false when there is nothing to mend: the refusal is final then
+ * @return false when there is nothing to correct, which makes the refusal final
  */
 bool correctRefusedMap(NMVariantMapMap& map, const NetworkManager::ConnectionSettings& settings,
                        const QString& error);
 
-/** The map without its secrets: what NetworkManager itself tells of a connection. */
+/** The map without its secrets, which is what NetworkManager publishes of a connection. */
 NMVariantMapMap withoutSecrets(NMVariantMapMap map);
 
 } // namespace Lanvoy

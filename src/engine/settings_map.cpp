@@ -42,7 +42,7 @@ bool removeEmpty(QVariantMap& group, const char* key)
     return true;
 }
 
-// NetworkManager takes an empty "gsm.password" from nobody, not even from a wired profile.
+// NetworkManager rejects an empty gsm.password in any profile, even a wired one.
 bool dropEmptyGsmSecrets(NMVariantMapMap& map, const ConnectionSettings& /*settings*/)
 {
     QVariantMap group = map.value(gsmGroup);

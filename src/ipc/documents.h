@@ -20,15 +20,15 @@
 /**
  * The documents as functions of what the libraries hold: nothing is published, logged or kept here.
  *
- * An enumerated value stands as its number and, under the same key with "Str" appended, as its word. A value
- * without a source is null. Getters of the libraries that fail give empty texts and zeros.
+ * An enumerated value appears as a number and, under the same key with "Str" appended, as a word. A value
+ * that is not available is null. Library getters that fail return empty texts and zeros.
  */
 namespace Lanvoy
 {
 
 class BusWatch;
 
-// State documents: addresses and modem values are what the bus watch says of them
+// State documents: IPv4 addresses and modem values come from the bus watch
 
 /** {"service": …}: what this service is. */
 QJsonObject networkInfoDocument();
@@ -40,8 +40,7 @@ QJsonObject networkStatusDocument(BusWatch& bus);
 QJsonObject ethernetStateDocument(const NetworkManager::WiredDevice& dev, BusWatch& bus);
 QJsonObject wifiStateDocument(const NetworkManager::WirelessDevice& dev, BusWatch& bus);
 
-/** Joins NetworkManager's device with ModemManager's modem; unknown to the latter, its members are left out.
- */
+/** NetworkManager's device joined with ModemManager's modem, whose members are left out if it is unknown. */
 QJsonObject modemStateDocument(const NetworkManager::ModemDevice& dev, BusWatch& bus);
 
 /**
@@ -82,7 +81,7 @@ QJsonValue toJson(const NetworkManager::Ipv4Setting::Ptr& setting);
 
 // Scan, signal and usage documents
 
-/** What the documents tell of one access point. */
+/** What the documents contain of one access point. */
 struct AccessPointFacts {
     QString ssid;
     uint frequency = 0; // MHz
@@ -93,7 +92,7 @@ struct AccessPointFacts {
     QString security;
 };
 
-/** What the documents tell of one network: all access points of one SSID. */
+/** What the documents contain of one network, which is all access points of one SSID. */
 struct NetworkFacts {
     QString ssid;
     int signalStrength = 0; // percent
@@ -105,7 +104,7 @@ struct NetworkFacts {
 /** The access-point object; null for a null pointer. */
 QJsonValue toJson(const NetworkManager::AccessPoint::Ptr& accessPoint);
 
-/** @return the text of the document: these two lists may hold a thousand points */
+/** @return the text of the document; these two lists may have a thousand points */
 QByteArray accessPointsDocument(const QString& interfaceName, const QVector<AccessPointFacts>& points);
 QByteArray networksDocument(const QString& interfaceName, const QVector<NetworkFacts>& networks);
 

@@ -121,7 +121,7 @@ QVector<AccessPointFacts> accessPointsOf(NetworkManager::WirelessDevice& dev)
     points.reserve(paths.size());
     for (const QString& path : paths) {
         const AccessPoint::Ptr point = dev.findAccessPoint(path);
-        // The library makes an empty object for a point that has vanished in between.
+        // The library makes an empty object for a point that has disappeared meanwhile.
         if (point && !point->hardwareAddress().isEmpty())
             points.append(factsOf(point));
     }

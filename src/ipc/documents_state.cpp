@@ -36,7 +36,7 @@ QJsonObject deviceMembers(const Device& dev, DeviceState state)
 /**
  * The IPv4 configuration of an active connection.
  *
- * Right after the activation it is still empty there; the device's own is complete by then.
+ * Right after the activation it may still be empty, while the device's own is complete.
  */
 IpConfig ipv4Of(const ActiveConnection& connection, const Device* dev, BusWatch& bus)
 {
@@ -189,8 +189,8 @@ QJsonValue toJson(const ActiveConnection::Ptr& connection, BusWatch& bus)
         = devices.isEmpty() ? Device::Ptr() : NetworkManager::findNetworkInterface(devices.first());
     const NetworkManager::Connection::Ptr profile = connection->connection();
     const DeviceState state = dev ? mapDeviceState(dev->state()) : Unavailable;
-    // Until it is connected, the device still has the configuration of the connection before this one; below
-    // a VPN it has its own.
+    // Until it is connected, the device still has the previous connection's configuration. Under a VPN it has
+    // its own.
     const bool sharesIpv4 = state == Connected && !connection->vpn();
     return QJsonObject {
         {"interface", dev ? dev->interfaceName() : QJsonValue()},

@@ -26,8 +26,8 @@ struct Topic;
 /**
  * The broker session: keeps it up, turns incoming messages into commands and publishes the documents.
  *
- * A session that ends, for whatever reason, is followed by a new attempt with a new client after 3 s, without
- * limit. What is published while no session is up is lost.
+ * Three seconds after a session or an attempt ends, whatever the reason, a new client tries again, without
+ * limit. A document published while no session is up is lost.
  */
 class IPC : public QObject
 {
@@ -37,7 +37,7 @@ public:
     /** Does not connect yet. @p configuration must outlive the object; its base topic is read at each use. */
     IPC(Config* configuration, QObject* parent);
 
-    /** The watch over the system bus that the documents rest on; the engine starts it. */
+    /** The watch over the system bus that the documents use; the engine starts it. */
     BusWatch& bus() { return watch; }
 
 Q_SIGNALS:
@@ -53,7 +53,7 @@ Q_SIGNALS:
     void commandReceived(const QString& command, const QJsonObject& data);
 
 public Q_SLOTS:
-    /** Starts a session with a fresh client. The retry timer calls this slot by its name. */
+    /** Starts a session with a new client. The retry timer calls this slot by its name. */
     void connect();
     /** Ends the session; the retry follows as after any other end. */
     void disconnect();

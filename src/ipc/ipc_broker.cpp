@@ -57,7 +57,7 @@ void IPC::disconnect()
 void IPC::onConnectTimeout()
 {
     log(Log::Error, "MQTT broker not available.");
-    // Closing the transport is what ends an attempt: the client falls back to Disconnected.
+    // Closing the transport ends the attempt: the client returns to Disconnected.
     if (QIODevice* transport = client->transport())
         transport->close();
 }

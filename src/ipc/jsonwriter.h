@@ -18,7 +18,7 @@ public:
     /** @param expectedSize bytes to set aside at once */
     explicit JsonWriter(int expectedSize = 0) { text.reserve(expectedSize); }
 
-    /** Open and close an object or array; a key names it as a member, without one it is an element. */
+    /** Open and close an object or array; with a key it is a member, without one an element. */
     void beginObject();
     void beginObject(const char* key);
     void beginArray(const char* key);

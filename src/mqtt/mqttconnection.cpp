@@ -15,7 +15,7 @@
 namespace
 {
 constexpr qint64 unconfirmedLimit = 16 * 1024 * 1024; // bytes
-constexpr int goodbyeLimitMs = 250; // a broker that takes no data must not hold up the event loop longer
+constexpr int goodbyeLimitMs = 250; // the longest that a broker which reads nothing may block the event loop
 
 QMqttClient::ClientError errorFor(int result)
 {
@@ -77,7 +77,7 @@ void MqttConnection::onWakeUp()
 }
 
 // The library would stop at the first address and would block on a name, so it gets one numeric address at a
-// time. result: why the previous address failed; the last one's is reported.
+// time. "result" is why the previous address failed. The last one is reported.
 void MqttConnection::tryNextAddress(int result)
 {
     while (!addresses.isEmpty()) {
@@ -96,8 +96,8 @@ void MqttConnection::tryNextAddress(int result)
     deliver();
 }
 
-// A connecting socket becomes ready when TCP has decided. A failure here, unlike a later one, allows another
-// address.
+// The socket becomes ready once the TCP connect has succeeded or failed. Unlike a later error, a failure here
+// moves on to the next address.
 bool MqttConnection::tcpEstablished()
 {
     if (phase != Phase::TcpConnecting)
@@ -136,7 +136,7 @@ void MqttConnection::onWritable()
 
 void MqttConnection::onKeepAlive()
 {
-    // A broker that answers pings but no message any more: all later documents would wait behind those of the
+    // A broker that answers pings but confirms no message would keep all later documents waiting behind the
     // send window.
     const bool stuck = !unconfirmed.isEmpty() && sinceConfirmation.hasExpired(2000LL * libraryKeepAlive());
     afterLoop(stuck ? MOSQ_ERR_KEEPALIVE : mosquitto_loop_misc(handle));
@@ -151,7 +151,7 @@ void MqttConnection::watchSocket()
     connect(writeNotifier, &QSocketNotifier::activated, this, &MqttConnection::onWritable);
 }
 
-// Has to happen before anything can open a descriptor: it might get the number of the socket that is gone.
+// Call this before anything can open a descriptor, which might get the number of the closed socket.
 void MqttConnection::dropNotifiers()
 {
     for (QSocketNotifier** notifier : {&readNotifier, &writeNotifier}) {
@@ -168,12 +168,12 @@ void MqttConnection::afterLoop(int result)
     if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(handle) == -1)
         noteLost(result);
     if (writeNotifier != nullptr)
-        writeNotifier->setEnabled(mosquitto_want_write(handle)); // on without need it would fire all the time
+        writeNotifier->setEnabled(mosquitto_want_write(handle)); // left on, it would fire all the time
     deliver();
 }
 
-// Requests come from the client's user, inside whose call no signal may be emitted. A dead socket shows in a
-// result first, but is left to the read notifier.
+// Runs inside a public call, which must not emit signals. A dead socket seen here is left for the read
+// notifier to report.
 int MqttConnection::afterRequest(int result, int id)
 {
     if (mosquitto_socket(handle) == -1)
@@ -195,8 +195,8 @@ void MqttConnection::noteLost(int result)
     events.enqueue({Event::Lost, 0, refusal != 0 ? refusal : errorFor(result), {}, {}});
 }
 
-// Any signal may lead to the deletion of this object, or to an event loop in which new events arrive: these
-// wait for their turn.
+// Any slot may delete this object, or run an event loop in which new events arrive. New events wait their
+// turn.
 void MqttConnection::deliver()
 {
     if (delivering)
@@ -216,8 +216,7 @@ void MqttConnection::emitEvent(const Event& event)
     switch (event.kind) {
     case Event::Accepted:
         phase = Phase::Accepted;
-        // The library pings after one keep-alive time and gives up after two; it only needs to be asked in
-        // time.
+        // The library pings after one keep-alive time and gives up after two, if it is called often enough.
         if (settings.keepAlive != 0)
             keepAliveTimer.start(std::clamp(settings.keepAlive / 12, 1, 5) * 1000);
         Q_EMIT accepted();

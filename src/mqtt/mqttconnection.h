@@ -16,7 +16,7 @@ struct mosquitto;
 
 /**
  * One connection attempt and the session it leads to: name lookup, one libmosquitto handle per address tried,
- * socket notifiers. Used once; the next attempt is a new object, so nothing of an old one can reach it.
+ * socket notifiers. Used once: the next attempt is a new object, which no leftover of the old one can reach.
  *
  * libmosquitto's callbacks only append to a queue. Signals are emitted from that queue after the library has
  * returned, so a slot may publish, close, run an event loop or delete this object.
@@ -37,12 +37,12 @@ public:
     };
 
     MqttConnection(const Settings& settings, QObject* parent);
-    /** Takes leave like leave(), without signals. */
+    /** Like leave(), but without signals. */
     ~MqttConnection() override;
 
     /** Starts the lookup of an open connection; everything that follows comes from the event loop. */
     void start();
-    /** Sends DISCONNECT behind what is waiting (for 250 ms at most), then closes with NoError. */
+    /** Sends the waiting data and DISCONNECT, which takes at most 250 ms, then closes with NoError. */
     void leave();
     /** Closes the socket at once, in whatever phase it is, with TransportInvalid. */
     void close() override;

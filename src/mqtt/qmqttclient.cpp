@@ -10,8 +10,8 @@ struct QMqttClient::Private {
     MqttConnection::Settings settings;
     ClientState state = Disconnected;
     ClientError error = NoError;
-    quint32 transitions = 0; // tells a slot's own transition from the one being announced
-    MqttConnection* connection = nullptr; // of the present or last attempt, a child of the client
+    quint32 transitions = 0; // counted, to notice a transition that a slot starts
+    MqttConnection* connection = nullptr; // of the current or last attempt; a child of the client
     QMap<QString, QMqttSubscription*> subscriptions; // by filter
 };
 

@@ -16,8 +16,8 @@ class QIODevice;
  * over libmosquitto and driven by the event loop of its thread.
  *
  * Every transition emits stateChanged(), then connected() or disconnected(), then errorChanged() when it was
- * a failure. Properties can be set while disconnected only; a setter is ignored otherwise, and silent when
- * nothing changes.
+ * a failure. Properties can be set only while disconnected; otherwise a setter is ignored. A setter that
+ * changes nothing emits nothing.
  */
 class QMqttClient : public QObject
 {
@@ -28,11 +28,11 @@ public:
     Q_ENUM(ClientState)
 
     enum ClientError {
-        // 0 to 5 are the return codes of the broker's CONNACK; others it may send are passed on as they are
+        // 0 to 5 are the return codes of the broker's CONNACK; other codes are passed on unchanged
         NoError = 0,
         InvalidProtocolVersion = 1,
         IdRejected = 2,
-        ServerUnavailable = 3, // also: the broker does not answer the keep-alive request
+        ServerUnavailable = 3, // also: no answer to the keep-alive request, or too much unconfirmed
         BadUsernameOrPassword = 4,
         NotAuthorized = 5,
         TransportInvalid = 256,
@@ -46,14 +46,13 @@ public:
     Q_ENUM(ProtocolVersion)
 
     explicit QMqttClient(QObject* parent = nullptr);
-    /** Takes leave of the broker when connected; waits at most 250 ms for data that it does not take. No
-     * signals. */
+    /** Sends DISCONNECT if connected, waiting at most 250 ms for unsent data. Emits no signals. */
     ~QMqttClient() override;
 
     /**
-     * @return the device of the present or last connection attempt, null before the first; owned by the
-     * client. Closing it ends the attempt or the session at once, with TransportInvalid. It carries no data
-     * to read or write.
+     * @return the device of the current or last connection attempt, owned by the client; null before the
+     * first. Closing it ends the attempt or the session at once, with TransportInvalid. It cannot be read or
+     * written.
      */
     QIODevice* transport() const;
 
@@ -77,19 +76,19 @@ public:
                                quint8 qos = 0, bool retain = false);
 
     /**
-     * Starts an attempt; ignored unless disconnected. The outcome comes as signals from the event loop, only
-     * Connecting inside the call. An empty host or port 0: errorChanged(TransportInvalid) inside the call, no
-     * attempt.
+     * Starts an attempt; ignored unless disconnected. Emits Connecting inside the call and the outcome from
+     * the event loop. With an empty host or port 0 there is no attempt, only errorChanged(TransportInvalid)
+     * inside the call.
      */
     Q_INVOKABLE void connectToHost();
-    /** Ends the session in good order, or a running attempt with TransportInvalid; its signals come inside
-     * the call. */
+    /** Ends the session with DISCONNECT, or an attempt with TransportInvalid. Emits its signals inside the
+     * call. */
     Q_INVOKABLE void disconnectFromHost();
 
     QString hostname() const;
     quint16 port() const;
     QString clientId() const;
-    quint16 keepAlive() const; // seconds; 0 is never, and 1 to 4 count as 5
+    quint16 keepAlive() const; // seconds; 0 for none, 1 to 4 count as 5
     ProtocolVersion protocolVersion() const;
     ClientState state() const;
     ClientError error() const;

@@ -27,7 +27,7 @@ enum DeviceState : int {
     Connected = 4,
 };
 
-/** Folds NetworkManager's device state into the service's own; an unlisted state counts as Unavailable. */
+/** Maps NetworkManager's device state to the service's own; an unlisted state counts as Unavailable. */
 DeviceState mapDeviceState(NetworkManager::Device::State state);
 
 QString deviceStateToString(DeviceState state);

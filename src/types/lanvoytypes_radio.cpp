@@ -24,7 +24,7 @@ struct TechName {
     const char* word;
 };
 
-// Ascending, which is the order in which the names are listed.
+// In ascending order: documents and log lines list the names like this.
 constexpr TechName techNames[] = {
     {MM_MODEM_ACCESS_TECHNOLOGY_UNKNOWN, "UNKNOWN"},
     {MM_MODEM_ACCESS_TECHNOLOGY_POTS, "POTS"},
@@ -41,7 +41,7 @@ constexpr TechName techNames[] = {
     {MM_MODEM_ACCESS_TECHNOLOGY_EVDO0, "EVDO0"},
     {MM_MODEM_ACCESS_TECHNOLOGY_EVDOA, "EVDOA"},
     {MM_MODEM_ACCESS_TECHNOLOGY_EVDOB, "EVDOB"},
-    {MM_MODEM_ACCESS_TECHNOLOGY_LTE, "LTE"}, // newer technologies have no word of their own
+    {MM_MODEM_ACCESS_TECHNOLOGY_LTE, "LTE"}, // newer technologies have no word
     {static_cast<quint32>(MM_MODEM_ACCESS_TECHNOLOGY_ANY), "ANY"},
 };
 
