@@ -11,9 +11,9 @@ namespace
 using NetworkManager::ConnectionSettings;
 using NetworkManager::Setting;
 
-constexpr QLatin1String gsmGroup("gsm");
-constexpr QLatin1String ipv4Group("ipv4");
-constexpr QLatin1String wirelessGroup("802-11-wireless");
+constexpr char gsmGroup[] = "gsm";
+constexpr char ipv4Group[] = "ipv4";
+constexpr char wirelessGroup[] = "802-11-wireless";
 
 // The properties of "gsm" that every update carries, empty where there is none.
 constexpr const char* gsmSecrets[] = {"password", "pin"};
@@ -45,14 +45,14 @@ bool removeEmpty(QVariantMap& group, const char* key)
 // NetworkManager rejects an empty gsm.password in any profile, even a wired one.
 bool dropEmptyGsmSecrets(NMVariantMapMap& map, const ConnectionSettings& /*settings*/)
 {
-    QVariantMap group = map.value(gsmGroup);
+    QVariantMap group = map.value(QLatin1String(gsmGroup));
     bool dropped = false;
     for (const char* key : gsmSecrets)
         dropped |= removeEmpty(group, key);
     if (group.isEmpty())
-        map.remove(gsmGroup);
+        map.remove(QLatin1String(gsmGroup));
     else
-        map.insert(gsmGroup, group);
+        map.insert(QLatin1String(gsmGroup), group);
     return dropped;
 }
 
@@ -60,23 +60,23 @@ bool dropEmptyGsmSecrets(NMVariantMapMap& map, const ConnectionSettings& /*setti
 bool addWirelessGroup(NMVariantMapMap& map, const ConnectionSettings& settings)
 {
     const Setting::Ptr wireless = settings.setting(Setting::Wireless);
-    if (!wireless || map.contains(wirelessGroup))
+    if (!wireless || map.contains(QLatin1String(wirelessGroup)))
         return false;
-    map.insert(wirelessGroup, wireless->toMap());
+    map.insert(QLatin1String(wirelessGroup), wireless->toMap());
     return true;
 }
 
 // Static addresses and name servers are not allowed for every method.
 bool dropStaticIpv4(NMVariantMapMap& map, const ConnectionSettings& /*settings*/)
 {
-    QVariantMap group = map.value(ipv4Group);
+    QVariantMap group = map.value(QLatin1String(ipv4Group));
     if (group.value(QStringLiteral("method")) == QLatin1String("manual"))
         return false;
     int dropped = 0;
     for (const char* key :
          {"addresses", "address-data", "gateway", "dns", "dns-data", "dns-search", "dns-options"})
         dropped += group.remove(QLatin1String(key));
-    map.insert(ipv4Group, group);
+    map.insert(QLatin1String(ipv4Group), group);
     return dropped > 0;
 }
 
@@ -95,7 +95,7 @@ constexpr Correction corrections[] = {
 
 void addEmptyGsmSecrets(NMVariantMapMap& map)
 {
-    QVariantMap& group = map[gsmGroup];
+    QVariantMap& group = map[QLatin1String(gsmGroup)];
     for (const char* key : gsmSecrets) {
         if (!group.contains(QLatin1String(key)))
             group.insert(QLatin1String(key), QString::fromLatin1(""));

@@ -8,7 +8,7 @@ namespace Lanvoy
 namespace
 {
 
-constexpr QLatin1String monthFormat("yyyy-MM");
+constexpr char monthFormat[] = "yyyy-MM";
 constexpr int keptMonths = 6;
 
 QString keyOf(const QString& group, const char* name)
@@ -37,12 +37,12 @@ double megabytes(quint32 bytes)
 
 QString monthName(const QDateTime& time)
 {
-    return time.toString(QString(monthFormat));
+    return time.toString(QString::fromLatin1(monthFormat));
 }
 
 bool isOutdatedMonth(const QString& group, const QDateTime& now)
 {
-    const QDateTime month = QDateTime::fromString(group, QString(monthFormat));
+    const QDateTime month = QDateTime::fromString(group, QString::fromLatin1(monthFormat));
     return month.isValid() && month < now.addMonths(-keptMonths);
 }
 

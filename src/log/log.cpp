@@ -84,21 +84,23 @@ void setLevel(Level level)
     setlogmask(rowOf(level).mask);
 }
 
+// The compiler checks the messages where they are written: every class logger is declared as printf-like.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
 void vprint(Level level, const char* format, va_list args)
 {
     const double elapsedSec = (wallClockMs() - time_start) / 1000;
     std::string line = Log_format("[%9.03f] ", elapsedSec);
     line += Log_colorEnable ? Log_formatColor(level, format) : format;
-    // The compiler checks the messages where they are written: every class logger is declared as printf-like.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     vsyslog(rowOf(level).priority, line.c_str(), args);
-#pragma GCC diagnostic pop
 }
 
 void vprint(Level level, const char* tag, const char* format, va_list args)
 {
     vprint(level, (std::string(tag) + format).c_str(), args);
 }
+
+#pragma GCC diagnostic pop
 
 } // namespace Log
