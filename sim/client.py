@@ -36,11 +36,11 @@ def main(name="", *words):
     if not name:
         from .control import FUNCTIONS, inspect
         return __doc__ + "\n" + "\n".join(
-            f"{n}{inspect.signature(f)}" + (f"\n    {f.__doc__.strip()}" if f.__doc__ else "") for n, f in FUNCTIONS.items())
+            f"{n}{inspect.signature(f)}" + f"\n    {f.__doc__.strip()}" * bool(f.__doc__) for n, f in FUNCTIONS.items())
     named = dict(word.split("=", 1) for word in words if word.partition("=")[0].isidentifier() and "=" in word)
     args = [_value(word) for word in words if word.partition("=")[0] not in named]
     result = getattr(Sim(), name)(*args, **{key: _value(text) for key, text in named.items()})
-    return "" if result is None else json.dumps(result, indent=2, ensure_ascii=False)
+    return json.dumps(result, indent=2, ensure_ascii=False)
 
 
 if __name__ == "__main__":

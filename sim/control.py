@@ -11,13 +11,13 @@ from gi.repository import GLib
 
 from . import device as _dev
 from . import libnm as _libnm
-from . import modem as _modem
 from . import manager as _manager
+from . import modem as _modem
 from . import settings as _settings
 from . import wifi as _wifi
 from . import world as _world
-from .interfaces import CONTROL, MODEM_3GPP, SETTINGS
-from .table import SIGNATURES, Item, Rule, Service, method, refuse, world
+from .interfaces import CONTROL
+from .table import Item, Rule, Service, method, refuse, world
 
 
 def _found(items, what, key):
@@ -189,10 +189,11 @@ def add_access_point(device="", on_scan=False, **options):
     return _add_points(device, on_scan, [_wifi.access_point(**options)])
 
 
-def add_access_points(count, networks, device="", on_scan=False, prefix="Net", security="wpa2", **options):
-    """Many at once, spread over that many SSIDs "prefix-0000", ..."""
-    _add_points(device, on_scan, [_wifi.access_point(f"{prefix}-{i % networks:04d}", security, 20 + i * 7 % 80, **options)
-                                  for i in range(count)])
+def add_access_points(count, networks, device="", on_scan=False, **options):
+    """Many at once, spread over that many SSIDs "Net-0000", ..."""
+    _add_points(device, on_scan, [_wifi.access_point(**{
+        "ssid": f"Net-{i % networks:04d}", "strength": 20 + i * 7 % 80, "security": "wpa2", **options})
+        for i in range(count)])
 
 
 def _add_points(device, on_scan, points):
@@ -299,7 +300,6 @@ def set_access_technologies(technologies, device=""):
 def set_operator(code, name, device=""):
     """The modem registers with another operator."""
     _put_modem(device, OperatorCode=code, OperatorName=name)
-    _device(device, "modem").put(OperatorCode=code)
 
 
 def set_data_interface(interface, device=""):

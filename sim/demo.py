@@ -1,16 +1,18 @@
 """Demo mode: every few seconds something in the simulated gateway changes by itself."""
+import itertools
 import random
 
 from . import control
 from .table import world
 
 
-def course(interval_ms):
+INTERVAL_MS = 4000
+
+
+def course():
     """To be run by table.run."""
-    turn = 0
-    while True:
-        yield interval_ms
-        turn += 1
+    for turn in itertools.count(1):
+        yield INTERVAL_MS
         if turn % 12 in (5, 7):
             control.set_carrier("eth0", turn % 12 == 7)
         else:

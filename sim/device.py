@@ -16,7 +16,6 @@ IP_CONFIG, IP_CHECK, SECONDARIES, CONNECTED, LEAVING, FAILED = 70, 80, 90, 100, 
 NONE, NOW_MANAGED, NOW_UNMANAGED, NO_SECRETS, SUPPLICANT_DISCONNECT = 0, 2, 3, 7, 8
 REMOVED, CONNECTION_REMOVED, USER_REQUESTED, CARRIER, SSID_NOT_FOUND, NEW_ACTIVATION = 36, 38, 39, 40, 53, 60
 DEVICE_DISCONNECTED = 3  # NMActiveConnectionStateReason
-LAYER2_READY, IP4_READY = 4, 8  # NMActivationStateFlags
 AUTOCONNECT_TRIES = 4  # failed ones, until a profile is left alone
 
 
@@ -72,12 +71,12 @@ def add(device):
 def appear(device):
     """Puts the device on the bus under a new path and manages it, in the daemon's order of signals."""
     kind, bus = device.kind, world.nm
-    device.active = None
+    device.active = device.script = None
     device.ip4 = None if kind.removed_reason == REMOVED else bus.show(Item(IP4CONFIG), "IP4Config")
     device.begin(**{
         "Udi": f"/sys/devices/platform/sim/net/{device.interface}", "Interface": device.interface,
         "IpInterface": device.interface, "DeviceType": kind.number, "HwAddress": device.mac, "Autoconnect": True,
-        "PermHwAddress": device.mac, "Carrier": device.carrier, "Speed": 1000 * device.carrier, "Real": True,
+        "PermHwAddress": device.mac, "Carrier": device.carrier, "Speed": 1000 * device.carrier,
         "Ip4Config": device.ip4.path if device.ip4 else "/", "State": UNMANAGED, "StateReason": (UNMANAGED, NONE),
         **kind.values(device)})
     bus.show(device, "Devices")
@@ -91,7 +90,6 @@ def unplug(device):
     world.devices.remove(device)
     if not device.service:
         return
-    device.put(Real=False)
     manager.list_devices("DeviceRemoved", device)
     drop(device, UNMANAGED, device.kind.removed_reason)
     device.put(Managed=False)
@@ -234,12 +232,10 @@ def _walk(device, active, in_use):
     if reason:
         yield from _fail(device, active, reason)
         return
-    active.put(StateFlags=LAYER2_READY)
     change_state(device, IP_CONFIG)
     method = active.profile.settings["ipv4"]["method"]
     yield world.options["dhcp_ms"] if method == "auto" else step_ms
     address(device)
-    active.put(StateFlags=LAYER2_READY | IP4_READY)
     manager.refresh_primary()
     for state in (IP_CHECK, SECONDARIES):
         change_state(device, state)

@@ -20,17 +20,17 @@ _TABLES = {
         "Version s State u Connectivity u",
     SETTINGS: "Connections ao Hostname s CanModify b",
     CONNECTION: "Unsaved b",
-    ACTIVE: "Connection o SpecificObject o Id s Uuid s Type s Devices ao State u StateFlags u Default b Ip4Config o "
+    ACTIVE: "Connection o SpecificObject o Id s Uuid s Type s Devices ao State u Default b Ip4Config o "
             "Ip6Config o Vpn b",
     IP4CONFIG: "Addresses aau AddressData aa{sv} Gateway s RouteData aa{sv} NameserverData aa{sv} Nameservers au "
                "Domains as Searches as DnsOptions as",
     ACCESS_POINT: "Flags u WpaFlags u RsnFlags u Ssid ay Frequency u HwAddress s Mode u MaxBitrate u Strength y "
                   "LastSeen i",
     DEVICE: "Udi s Interface s IpInterface s State u StateReason (uu) ActiveConnection o Ip4Config o Ip6Config o "
-            "Managed b Autoconnect b DeviceType u AvailableConnections ao Real b HwAddress s",
+            "Managed b Autoconnect b DeviceType u AvailableConnections ao HwAddress s",
     WIRED: "HwAddress s PermHwAddress s Speed u Carrier b",
     WIRELESS: "HwAddress s PermHwAddress s Mode u Bitrate u AccessPoints ao ActiveAccessPoint o LastScan x",
-    NM_MODEM: "ModemCapabilities u CurrentCapabilities u OperatorCode s Apn s",
+    NM_MODEM: "ModemCapabilities u CurrentCapabilities u",
     BRIDGE: "HwAddress s",
     LOOPBACK: "",
     MM: "Version s",

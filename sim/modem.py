@@ -6,7 +6,6 @@ from .table import Item, typed, world
 REGISTERED, CONNECTED = 8, 11  # MMModemState
 NO_CARRIER = 25  # NMDeviceStateReason
 NO_IP, DHCP = 0, 3  # MMBearerIpMethod
-CAN_CDMA, CAN_GSM = 1 << 1, 1 << 2 | 1 << 3  # MMModemCapability, which are NetworkManager's as well
 TECHNOLOGIES = ("pots gsm gsm-compact gprs edge umts hsdpa hsupa hspa hspa-plus 1xrtt evdo0 evdoa evdob lte "
                 "5gnr").split()  # bits of MMModemAccessTechnology
 
@@ -20,20 +19,15 @@ def plug(control_port="cdc-wdm0", data_interface="wwan0", imei="352099001761481"
          ussd=True, cdma=False, sim=True, bearer=True, known=True):
     """Plugs a modem in, which has these; not `known`: NetworkManager has it, but ModemManager does not show it."""
     interfaces = [MODEM] + [MODEM_3GPP] * gsm + [USSD] * (gsm and ussd) + [CDMA] * cdma
-    capabilities = CAN_GSM * gsm | CAN_CDMA * cdma
     modem = Item(*interfaces, path=MM + "/Modem/99", data_interface=data_interface, has_bearer=bearer, bearer=None,
                  known=known, refusal=dev.NONE)  # the reason with which the next connections fail
     modem.sim = Item(SIM).begin(SimIdentifier="8949990000000012345", Imsi="262990123456789",
                                 OperatorIdentifier="26299", OperatorName="Testnet") if sim else None
     modem.begin(
-        SupportedCapabilities=[capabilities], CurrentCapabilities=capabilities, MaxBearers=1, MaxActiveBearers=1,
-        Manufacturer="Simulated Radios", Model="SR-4G", Revision="1.2.3", DeviceIdentifier="5e2c0a8d3f4b7c6a91e0d8b2f7a4c3e1d0b9a8f7", Device="/sys/devices/platform/sim/modem0",
-        Drivers=["option1", "qmi_wwan"], Plugin="generic", PrimaryPort=control_port,
-        Ports=[(control_port, 6), (data_interface, 2)], EquipmentIdentifier=imei, UnlockRequired=1,
-        UnlockRetries={2: 3}, State=REGISTERED, AccessTechnologies=technology_bits(["lte"]),
-        SignalQuality=(72, True), PowerState=3, SupportedModes=[(14, 8)], CurrentModes=(14, 8), SupportedIpFamilies=7,
-        Imei=imei, RegistrationState=1, OperatorCode="26299", OperatorName="Testnet", ActivationState=4, Meid="A10000009296F2", Esn="80A1B2C3", Sid=1, Nid=1,
-        Cdma1xRegistrationState=2, EvdoRegistrationState=2)
+        Manufacturer="Simulated Radios", Model="SR-4G", Revision="1.2.3", EquipmentIdentifier=imei, Imei=imei,
+        DeviceIdentifier="5e2c0a8d3f4b7c6a91e0d8b2f7a4c3e1d0b9a8f7", PrimaryPort=control_port, State=REGISTERED,
+        AccessTechnologies=technology_bits(["lte"]), SignalQuality=(72, True), RegistrationState=1,
+        OperatorCode="26299", OperatorName="Testnet", Meid="A10000009296F2", Esn="80A1B2C3")
     world.modems.append(modem)
     if world.mm.connection:
         appear(modem)
@@ -69,9 +63,8 @@ def set_data(modem, connected):
         modem.emit(MODEM, "StateChanged", "iiu", old, new, 1)
 
 
-def _bring_up(device, active):
+def _bring_up(device, _active):
     modem, step_ms = device.modem, world.options["step_ms"]
-    device.put(Apn=active.profile.settings["gsm"].get("apn", ""))
     yield step_ms
     if modem.refusal:
         return modem.refusal
@@ -90,7 +83,6 @@ def _bring_up(device, active):
 
 def _link_down(device):
     set_data(device.modem, False)
-    device.put(Apn="")
     if device.ip4:
         device.put(IpInterface="", Ip4Config="/")
         if device.active:
@@ -99,12 +91,6 @@ def _link_down(device):
         device.ip4 = None
 
 
-def _values(device):
-    modem = device.modem
-    return {"Udi": modem.path, "ModemCapabilities": modem["CurrentCapabilities"], "HwAddress": "", "IpInterface": "",
-            "CurrentCapabilities": modem["CurrentCapabilities"],
-            "OperatorCode": modem.tables.get(MODEM_3GPP, {}).get("OperatorCode", "")}
-
-
-dev.KINDS["modem"] = dev.Kind(8, NM_MODEM, "gsm", 700, values=_values,
-                              bring_up=_bring_up, link_down=_link_down, removed_reason=dev.REMOVED)
+dev.KINDS["modem"] = dev.Kind(
+    8, NM_MODEM, "gsm", 700, bring_up=_bring_up, link_down=_link_down, removed_reason=dev.REMOVED,
+    values=lambda device: {"Udi": device.modem.path, "HwAddress": "", "IpInterface": ""})

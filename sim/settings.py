@@ -18,7 +18,7 @@ LOOPBACK = {
 
 
 def new(settings, with_secrets=True):
-    """Checks a settings map and makes a profile of it, which is not stored yet. libnm's object holds the secrets too."""
+    """Checks a settings map and makes a profile of it, which is not stored yet; libnm's object has the secrets too."""
     connection = libnm.parse(settings, with_secrets)
     if any(profile.connection.get_uuid() == connection.get_uuid() for profile in world.profiles):
         refuse(SETTINGS + ".UuidExists", "a connection with this UUID already exists")

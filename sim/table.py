@@ -30,7 +30,7 @@ world = types.SimpleNamespace()  # all there is; world.py fills it
 
 
 def typed(signature, value=None):
-    """The value as dbus-python's type of one complete D-Bus type, its empty value for None; variants hold typed ones."""
+    """The value as dbus-python's type of one complete D-Bus type, the empty one for None; variants hold typed ones."""
     kind = signature[0]
     if value is None:
         value = EMPTY.get(kind, 0)
@@ -88,7 +88,8 @@ class Item:
     def begin(self, **values):
         """Gives properties these values, and all others empty ones; to be called while it is not on the bus."""
         for interface in self.tables:
-            self.tables[interface] = dbus.Dictionary({n: typed(s) for n, s in SIGNATURES[interface].items()}, signature="sv")
+            empty = {name: typed(signature) for name, signature in SIGNATURES[interface].items()}
+            self.tables[interface] = dbus.Dictionary(empty, signature="sv")
         self.put(**values)
         return self
 

@@ -20,7 +20,8 @@ SECURITIES = {
 MODES = {"unknown": 0, "adhoc": 1, "infra": 2, "apmode": 3}
 
 
-def access_point(ssid="", security="none", strength=60, frequency=2412, bssid="", bitrate=54000, mode="infra", key=None):
+def access_point(ssid="", security="none", strength=60, frequency=2412, bitrate=54000, mode="infra", bssid="",
+                 key=None):
     """Percent, MHz, kbit/s; `key` is what a client must know, None accepts any. SSIDs are text or bytes."""
     number = next(world.bssids).to_bytes(4, "big")
     flags, wpa_flags, rsn_flags = SECURITIES[security]

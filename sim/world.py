@@ -46,7 +46,8 @@ def fill(address):
     settings.store(settings.new(libnm.from_plain(settings.LOOPBACK)))
     dev.plug("loopback", "lo", "00:00:00:00:00:00")
     dev.plug("wired", "eth0", address="192.0.2.17/24")
-    wifi.add_points(dev.plug("wifi", "wlan0", address="198.51.100.23/24"), [wifi.access_point(**p) for p in ACCESS_POINTS])
+    wlan0 = dev.plug("wifi", "wlan0", address="198.51.100.23/24")
+    wifi.add_points(wlan0, [wifi.access_point(**point) for point in ACCESS_POINTS])
     modem.plug()
     dev.plug("bridge", "br0")
 
