@@ -206,7 +206,7 @@ class Service:
         return dbus.lowlevel.HANDLER_RESULT_HANDLED
 
     def _answer(self, connection, message, call, rule):
-        if not connection.get_is_connected():
+        if rule and not connection.get_is_connected():  # the call has waited for it
             return GLib.SOURCE_REMOVE
         try:
             if rule and rule.error:
