@@ -1,339 +1,378 @@
-"""The control interface: how tests and the demo steer the simulated gateway (see README.md for the table)."""
+"""How tests and the demo steer the simulated gateway: every function here is a method of client.Sim of its name.
+
+A device is named by interface or path; "" means the first wifi device or modem. A profile is named by name, UUID or
+path, an access point by SSID (all that have it), BSSID or path. What does not exist is the error lanvoy.Sim.NotFound.
+"""
+import inspect
 import json
 import uuid
 
 from gi.repository import GLib
 
-from . import nm_activation, nm_profile
-from .bus import Bus, BusObject, DBusError, method, typed
-from .calls import Calls, Rule, plain
-from .nm_wifi import MODES, SECURITIES, AccessPoint
-
-NAME = "lanvoy.sim"
-PATH = "/lanvoy/sim"
-SIM = "lanvoy.Sim"
-
-MODEM_NO_CARRIER = 25
-ACCESS_POINT_PROPERTIES = {"strength": "Strength", "frequency": "Frequency", "bitrate": "MaxBitrate",
-                           "flags": "Flags", "wpa_flags": "WpaFlags", "rsn_flags": "RsnFlags", "bssid": "HwAddress"}
-
-
-def _not_found(what, key):
-    return DBusError("lanvoy.Sim.NotFound", f"no {what} {key}")
-
-
-class Control(BusObject):
-    properties = {SIM: {}}
-
-    def __init__(self, world):
-        super().__init__(PATH)
-        self.world = world
-
-    def _device(self, key, kind=""):
-        """A device by interface name or path; with an empty key the first of that kind."""
-        nm = self.world.nm
-        found = nm.device(key) if key else next((d for d in nm.devices if d.kind == kind), None)
-        if found is None or kind not in ("", found.kind):
-            raise _not_found(kind or "device", key)
-        return found
-
-    def _profile(self, key):
-        found = self.world.nm.profile(key)
-        if found is None:
-            raise _not_found("profile", key)
-        return found
-
-    # the world
-
-    @method(SIM, "b")
-    def Reset(self, empty):
-        self.world.reset(bool(empty))
-
-    @method(SIM, "s")
-    def SetOptions(self, options):
-        values = json.loads(options)
-        for name in values:
-            if name not in self.world.options:
-                raise _not_found("option", name)
-        self.world.options.update(values)
-
-    @method(SIM, "", "s")
-    def GetOptions(self):
-        return json.dumps(self.world.options)
-
-    @method(SIM, "s")
-    def Start(self, service):
-        if service == "nm":
-            self.world.nm.start()
-        else:
-            self.world.start_modem_manager()
-
-    @method(SIM, "s")
-    def Stop(self, service):
-        if service == "nm":
-            self.world.nm.stop()
-        else:
-            self.world.stop_modem_manager(alone=service == "mm-alone")
-
-    @method(SIM, "su")
-    def Restart(self, service, gap_ms):
-        self.Stop(service)
-        GLib.timeout_add(gap_ms, lambda: self.Start(service))
-
-    @method(SIM, "s")
-    def SetHostname(self, hostname):
-        self.world.set_hostname(str(hostname))
-
-    @method(SIM, "i")
-    def SetStatus(self, state):
-        self.world.nm.manager.force(State=int(state) if state >= 0 else None)
-
-    @method(SIM, "i")
-    def SetConnectivity(self, value):
-        self.world.nm.manager.force(Connectivity=int(value) if value >= 0 else None)
-
-    @method(SIM, "s")
-    def SetPrimaryConnection(self, path):
-        self.world.nm.manager.force(PrimaryConnection=str(path) or None)
-
-    @method(SIM, "sssv")
-    def SetProperty(self, path, interface, name, value):
-        for service in (self.world.nm, self.world.mm):
-            item = service.bus and service.bus.objects.get(path)
-            if item and name in item.properties.get(interface, {}):
-                item.set(interface, **{str(name): value})
-                return
-        raise _not_found("property", f"{path} {interface}.{name}")
-
-    # devices
-
-    @method(SIM, "ss", "s")
-    def AddDevice(self, kind, options):
-        return self.world.add(str(kind), **json.loads(options or "{}")).path
-
-    @method(SIM, "s")
-    def RemoveDevice(self, device):
-        self.world.remove(self._device(device))
-
-    @method(SIM, "", "s")
-    def ListDevices(self):
-        return json.dumps([{
-            "interface": d.interface, "kind": d.kind, "path": d.path, "state": int(d.state) if d.bus else 0,
-            "managed": d.managed, "profile": d.active.profile.name if d.active else None,
-            "active": d.active.path if d.active else None}
-            for d in self.world.nm.devices])
-
-    @method(SIM, "sb")
-    def SetCarrier(self, device, carrier):
-        self._device(device, "wired").set_carrier(bool(carrier))
-
-    @method(SIM, "ss")
-    def Lease(self, device, address):
-        """Gives a connected device another address, as a new lease does: its configuration changes in place."""
-        found = self._device(device)
-        found.lease = str(address)
-        nm_activation.configure_ip(found, found.active)
-
-    @method(SIM, "sb")
-    def SetManaged(self, device, managed):
-        self._device(device).set_managed(bool(managed))
-
-    @method(SIM, "ss")
-    def RenameDevice(self, device, interface):
-        self._device(device).rename(str(interface))
-
-    @method(SIM, "suu")
-    def SetDeviceState(self, device, state, reason):
-        target = self._device(device)
-        target.stop_script()
-        target.change_state(int(state), int(reason))
-
-    @method(SIM, "su")
-    def FailDevice(self, device, reason):
-        nm_activation.fail(self._device(device), int(reason))
-
-    @method(SIM, "s")
-    def Disconnect(self, device):
-        self._device(device).Disconnect()
-
-    @method(SIM, "ss", "s")
-    def Activate(self, profile, device):
-        path = self._device(device).path if device else "/"
-        return self.world.nm.manager.ActivateConnection(self._profile(profile).path, path, "/")
-
-    # wifi
-
-    @method(SIM, "ss", "s")
-    def AddAccessPoint(self, device, options):
-        values = json.loads(options or "{}")
-        if "ssid_bytes" in values:
-            values["ssid"] = bytes(values.pop("ssid_bytes"))
-        wifi = self._device(device, "wifi")
-        later = values.pop("on_scan", False)
-        point = AccessPoint(**values)
-        if later:
-            wifi.unseen.append(point)
-        else:
-            wifi.add_points([point])
-        return point.path or "/"
-
-    @method(SIM, "suus")
-    def AddAccessPoints(self, device, count, networks, options):
-        values = dict({"security": "wpa2", "prefix": "Net"}, **json.loads(options or "{}"))
-        prefix, later = values.pop("prefix"), values.pop("on_scan", False)
-        wifi = self._device(device, "wifi")
-        points = [AccessPoint(f"{prefix}-{i % max(networks, 1):04d}", strength=20 + i * 7 % 80, **values)
-                  for i in range(count)]
-        if later:
-            wifi.unseen += points
-        else:
-            wifi.add_points(points)
-
-    def _points(self, device, key):
-        wifi = self._device(device, "wifi")
-        points = wifi.find_points(str(key))
-        if not points:
-            raise _not_found("access point", key)
-        return wifi, points
-
-    @method(SIM, "sss")
-    def ModifyAccessPoint(self, device, key, options):
-        wifi, points = self._points(device, key)
-        values = json.loads(options)
-        changes = {ACCESS_POINT_PROPERTIES[k]: v for k, v in values.items() if k in ACCESS_POINT_PROPERTIES}
-        if "security" in values:
-            changes.update(zip(("Flags", "WpaFlags", "RsnFlags"), SECURITIES[values["security"]]))
-        if "mode" in values:
-            changes["Mode"] = MODES[values["mode"]]
-        for point in points:
-            if "key" in values:
-                point.key = values["key"]
-            if "ssid" in values:
-                point.ssid = values["ssid"].encode()
-                changes["Ssid"] = point.ssid
-            point.set(**changes)
-        wifi.daemon.refresh_available()
-
-    @method(SIM, "ssu")
-    def SetStrength(self, device, key, percent):
-        for point in self._points(device, key)[1]:
-            point.set(Strength=percent)
-
-    @method(SIM, "su")
-    def StrengthBurst(self, device, rounds):
-        wifi = self._device(device, "wifi")
-        for turn in range(rounds):
-            for number, point in enumerate(wifi.access_points):
-                point.set(Strength=(number * 13 + turn * 29) % 101)
-
-    @method(SIM, "ss")
-    def RemoveAccessPoint(self, device, key):
-        wifi, points = self._points(device, key)
-        wifi.remove_points(points)
-
-    @method(SIM, "s")
-    def ClearAccessPoints(self, device):
-        wifi = self._device(device, "wifi")
-        wifi.remove_points(list(wifi.access_points))
-
-    @method(SIM, "s", "s")
-    def ListAccessPoints(self, device):
-        return json.dumps([{
-            "path": p.path, "ssid": p.ssid.decode(errors="replace"), "bssid": p.bssid,
-            "strength": int(p.get("Strength"))} for p in self._device(device, "wifi").access_points])
-
-    # profiles
-
-    @method(SIM, "s", "s")
-    def AddProfile(self, settings):
-        parsed = nm_profile.from_plain(json.loads(settings))
-        parsed["connection"].setdefault("uuid", typed("s", str(uuid.uuid4())))
-        return self.world.nm.settings.add(parsed).path
-
-    @method(SIM, "ss")
-    def ModifyProfile(self, key, settings):
-        profile = self._profile(key)
-        merged = {g: dict(k) for g, k in nm_profile.settings_map(profile.connection).items()}
-        for group, keys in nm_profile.from_plain(json.loads(settings)).items():
-            merged.setdefault(group, {}).update(keys)
-        profile.replace(merged)
-
-    @method(SIM, "s")
-    def RemoveProfile(self, key):
-        self._profile(key).remove()
-
-    @method(SIM, "s", "s")
-    def GetProfile(self, key):
-        connection = self._profile(key).connection
-        settings = plain(nm_profile.settings_map(connection))
-        for group, keys in plain(nm_profile.secrets_map(connection)).items():
-            settings[group].update(keys)
-        return json.dumps(settings)
-
-    @method(SIM, "", "s")
-    def ListProfiles(self):
-        return json.dumps([{"name": p.name, "uuid": p.uuid, "path": p.path, "type": p.kind}
-                           for p in self.world.nm.profiles])
-
-    # modem; an empty device means the first modem
-
-    @method(SIM, "s")
-    def HangUp(self, device):
-        modem = self._device(device, "modem")
-        modem.modem.disconnect_data()
-        if modem.active:
-            nm_activation.fail(modem, MODEM_NO_CARRIER)
-
-    @method(SIM, "su")
-    def RefuseModem(self, device, reason):
-        self._device(device, "modem").modem.refuses = int(reason)
-
-    @method(SIM, "su")
-    def SetSignal(self, device, percent):
-        self._device(device, "modem").modem.set_signal(int(percent))
-
-    @method(SIM, "ss")
-    def SetAccessTechnologies(self, device, technologies):
-        self._device(device, "modem").modem.set_technologies(json.loads(technologies))
-
-    @method(SIM, "ss")
-    def SetDataInterface(self, device, interface):
-        self._device(device, "modem").modem.set_data_interface(str(interface))
-
-    # faults and the log of calls
-
-    @method(SIM, "ssiss")
-    def FailMethod(self, member, path, times, error, text):
-        self.world.calls.rules.append(Rule(str(member), str(path), int(times), error=(str(error), str(text))))
-
-    @method(SIM, "ssiu")
-    def DelayMethod(self, member, path, times, delay_ms):
-        self.world.calls.rules.append(Rule(str(member), str(path), int(times), delay_ms=int(delay_ms)))
-
-    @method(SIM, "ssi")
-    def DropMethod(self, member, path, times):
-        self.world.calls.rules.append(Rule(str(member), str(path), int(times)))
-
-    @method(SIM)
-    def ClearFaults(self):
-        self.world.calls.rules.clear()
-
-    @method(SIM, "s", "s")
-    def GetCalls(self, prefix):
-        return self.world.calls.as_json(str(prefix))
-
-    @method(SIM, "ss", "u")
-    def CountCalls(self, member, path):
-        return self.world.calls.count(str(member), str(path))
-
-    @method(SIM)
-    def ResetCalls(self):
-        self.world.calls.reset()
-
-
-def serve(world):
+from . import device as _dev
+from . import libnm as _libnm
+from . import manager as _manager
+from . import modem as _modem
+from . import settings as _settings
+from . import wifi as _wifi
+from . import world as _world
+from .interfaces import CONTROL
+from .table import Item, Rule, Service, method, refuse, world
+
+
+def _found(items, what, key):
+    items = list(items)
+    return items or refuse(CONTROL + ".NotFound", f"no {what} {key}")
+
+
+def _device(key, word=""):
+    named = (d for d in world.devices if key in (d.interface, d.path) or not key and d.word == word)
+    return _found((d for d in named if word in ("", d.word)), word or "device", key)[0]
+
+
+def _profile(key):
+    return _found((p for p in world.profiles if key in (
+        p.connection.get_id(), p.connection.get_uuid(), p.path)), "profile", key)[0]
+
+
+def _points(device, key):
+    return _found((p for p in device.points if key in (p.path, p["HwAddress"]) or key.encode() == p["Ssid"]),
+                  "access point", key)
+
+
+# the world
+
+def reset():
+    """Both services restart with the default world; options, rules and log are as at the start."""
+    _world.stop()
+    _world.fill(world.address)
+    _world.start()
+
+
+def set_options(**options):
+    """See OPTIONS in world.py."""
+    for name in options:
+        _found((o for o in world.options if o == name), "option", name)
+    world.options.update(options)
+
+
+def start(service):
+    """ "nm" or "mm" comes back, with paths numbered anew."""
+    {"nm": _world.start_nm, "mm": _world.start_mm}[service]()
+
+
+def stop(service):
+    """ "nm" or "mm" leaves the bus as a dying process does."""
+    {"nm": _world.stop_nm, "mm": _world.stop_mm}[service]()
+
+
+def restart(service, gap_ms=0):
+    stop(service)
+    GLib.timeout_add(gap_ms, start, service)
+
+
+def set_hostname(hostname):
+    world.hostname = hostname
+    world.settings.put(Hostname=hostname)
+
+
+def _hold(name, value, nothing):
+    world.held.pop(name, None)
+    if value != nothing:
+        world.held[name] = value
+    _manager.refresh_primary()
+    _manager.refresh_connectivity()
+
+
+def set_status(state=-1):
+    """Holds NetworkManager's overall state (10..70); -1 gives it back to the simulation."""
+    _hold("State", state, -1)
+
+
+def set_connectivity(value=-1):
+    _hold("Connectivity", value, -1)
+
+
+def set_primary_connection(path=""):
+    _hold("PrimaryConnection", path, "")
+
+
+def set_property(path, interface, name, value):
+    """Any property of any object, announced."""
+    items = [service.objects.get(path) for service in (world.nm, world.mm)]
+    item = _found((i for i in items if i and name in i.tables.get(interface, ())), "property", f"{interface}.{name}")[0]
+    item.put(**{name: value})
+
+
+# devices
+
+def add_device(kind, **options):
+    """wired (carrier), wifi, bridge (all: interface, mac, address, metric) or modem (see modem.plug); its path."""
+    plug = _modem.plug if kind == "modem" else lambda **o: _dev.plug(kind, **o)
+    return plug(**options).path
+
+
+def remove_device(device):
+    found = _device(device)
+    (_modem if found.word == "modem" else _dev).unplug(found)
+
+
+def devices():
+    """List of {"interface", "kind", "path", "state", "managed", "profile", "active" (its path)}."""
+    return [{"interface": d.interface, "kind": d.word, "path": d.path, "state": d["State"] if d.service else 0,
+             "managed": d.managed, "profile": d.active.profile.connection.get_id() if d.active else None,
+             "active": d.active.path if d.active else None} for d in world.devices]
+
+
+def device(interface):
+    return next(d for d in devices() if d["interface"] == interface)
+
+
+def set_carrier(device, carrier):
+    _dev.set_carrier(_device(device, "wired"), carrier)
+
+
+def set_managed(device, managed):
+    _dev.set_managed(_device(device), managed)
+
+
+def rename_device(device, interface):
+    found = _device(device)
+    found.interface = interface
+    found.put(Interface=interface, **({"IpInterface": interface} if found["IpInterface"] else {}))
+    _dev.refresh_available()
+
+
+def set_device_state(device, state, reason=0):
+    """Just the state and its signals."""
+    found = _device(device)
+    found.script = None
+    _dev.change_state(found, state, reason)
+
+
+def fail_device(device, reason):
+    """Through the usual states, as are the next two."""
+    _dev.fail(_device(device), reason)
+
+
+def disconnect(device):
+    """As "nmcli device disconnect": it does not connect by itself afterwards."""
+    found = _device(device)
+    if not found.active:
+        refuse(_dev.DEVICE + ".NotActive", "This device is not active")
+    found.put(Autoconnect=False)
+    _dev.deactivate(found, _dev.USER_REQUESTED)
+
+
+def activate(profile, device=""):
+    """Returns the path of the active connection."""
+    found = _profile(profile)
+    target = _device(device) if device else next(d for d in world.devices if not _dev.obstacle(d, found))
+    return _settings.ActivateConnection(world.manager, found.path, target.path, "/")
+
+
+def lease(device, address):
+    """Another lease (CIDR form). A connected device gets it at once, its IP4Config stays the same object."""
+    _device(device).lease = address
+    reapply(device)
+
+
+def reapply(device):
+    """As "nmcli device reapply": a connected device takes on the addresses of its profile as that is now."""
+    _dev.change_address(_device(device))
+
+
+# wifi
+
+def add_access_point(device="", on_scan=False, **options):
+    """Options of wifi.access_point; `on_scan`: only the next scan finds it. Returns its path."""
+    return _add_points(device, on_scan, [_wifi.access_point(**options)])
+
+
+def add_access_points(count, networks, device="", on_scan=False, **options):
+    """Many at once, spread over that many SSIDs "Net-0000", ..."""
+    _add_points(device, on_scan, [_wifi.access_point(**{
+        "ssid": f"Net-{i % networks:04d}", "strength": 20 + i * 7 % 80, "security": "wpa2", **options})
+        for i in range(count)])
+
+
+def _add_points(device, on_scan, points):
+    wifi = _device(device, "wifi")
+    if on_scan:
+        wifi.unseen.extend(points)
+    else:
+        _wifi.add_points(wifi, points)
+    return points[0].path
+
+
+def set_strength(key, percent, device=""):
+    for point in _points(_device(device, "wifi"), key):
+        point.put(Strength=percent)
+
+
+def strength_burst(rounds=1, device=""):
+    """Every access point changes its strength that many times, at once."""
+    for turn in range(rounds):
+        for number, point in enumerate(_device(device, "wifi").points):
+            point.put(Strength=(number * 13 + turn * 29) % 101)
+
+
+def remove_access_point(key, device=""):
+    wifi = _device(device, "wifi")
+    _wifi.remove_points(wifi, _points(wifi, key))
+
+
+def clear_access_points(device=""):
+    wifi = _device(device, "wifi")
+    _wifi.remove_points(wifi, wifi.points)
+
+
+def access_points(device=""):
+    return [{"path": p.path, "ssid": p["Ssid"].decode(errors="replace"), "bssid": p["HwAddress"],
+             "strength": p["Strength"]} for p in _device(device, "wifi").points]
+
+
+def roam(key, device=""):
+    """A connected wifi device moves on to another access point of its network."""
+    wifi = _device(device, "wifi")
+    _wifi.use_point(wifi, _points(wifi, key)[0])
+
+
+# profiles, also as somebody else would change them
+
+def add_profile(settings):
+    """{group: {key: value}}, secrets included; types are filled in. Returns its path."""
+    settings = {**settings, "connection": {"uuid": str(uuid.uuid4()), **settings["connection"]}}
+    return _settings.store(_settings.new(_libnm.from_plain(settings))).path
+
+
+def modify_profile(key, settings):
+    found = _profile(key)
+    merged = {group: dict(keys) for group, keys in found.settings.items()}
+    for group, keys in _libnm.from_plain(settings).items():
+        merged.setdefault(group, {}).update(keys)
+    _settings.Update(found, merged)
+
+
+def remove_profile(key):
+    _settings.remove(_profile(key))
+
+
+def profile(key):
+    """Settings of a profile, secrets included."""
+    found = _profile(key)
+    return {group: {**keys, **found.secrets.get(group, {})} for group, keys in found.settings.items()}
+
+
+def profiles():
+    return [{"name": p.connection.get_id(), "uuid": p.connection.get_uuid(), "path": p.path,
+             "type": p.connection.get_connection_type()} for p in world.profiles]
+
+
+# modem
+
+def _put_modem(device, **values):
+    _device(device, "modem").modem.put(**values)
+
+
+def hang_up(device=""):
+    """The modem loses its data connection."""
+    found = _device(device, "modem")
+    if found.active:
+        _modem.set_data(found.modem, False)
+        _dev.fail(found, _modem.NO_CARRIER)
+
+
+def refuse_modem(reason, device=""):
+    """The next connections fail with this device state reason; 0 ends that."""
+    _device(device, "modem").modem.refusal = reason
+
+
+def set_signal(percent, device=""):
+    _put_modem(device, SignalQuality=(percent, True))
+
+
+def set_access_technologies(technologies, device=""):
+    """A list of words such as "lte", or the number."""
+    _put_modem(device, AccessTechnologies=_modem.technology_bits(technologies))
+
+
+def set_operator(code, name, device=""):
+    """The modem registers with another operator."""
+    _put_modem(device, OperatorCode=code, OperatorName=name)
+
+
+def set_data_interface(interface, device=""):
+    """The interface of the bearer, whose byte counters are read."""
+    found = _device(device, "modem").modem
+    found.data_interface = interface
+    if found.bearer and found.bearer["Connected"]:
+        found.bearer.put(Interface=interface)
+
+
+# faults: member is interface.method ("*" for any part), path "" for any, times -1 for ever
+
+def fail_method(member, error, text, path="", times=1):
+    world.rules.append(Rule(member, path, times, error=(error, text)))
+
+
+def delay_method(member, delay_ms, path="", times=-1):
+    """It is carried out and answered that much later; nothing else waits."""
+    world.rules.append(Rule(member, path, times, delay_ms=delay_ms))
+
+
+def drop_method(member, path="", times=-1):
+    """It is never answered."""
+    world.rules.append(Rule(member, path, times))
+
+
+def after_method(member, args, function, *values, path="", times=1):
+    """When a call whose arguments begin with `args` has been answered, a function of this file is called."""
+    world.rules.append(Rule(member, path, times, tuple(args), then=lambda: globals()[function](*values)))
+
+
+def clear_faults():
+    world.rules.clear()
+
+
+# the log of calls received by both services
+
+def calls(prefix=""):
+    """List of {"member", "path", "args"} of calls whose interface.method starts with prefix."""
+    return [{"member": member, "path": path, "args": args} for member, path, args in world.log
+            if member.startswith(prefix)]
+
+
+def count_calls(member, path=""):
+    return sum(member == name and path in ("", where) for name, where, _ in world.log)
+
+
+def reset_calls():
+    world.log.clear()
+
+
+FUNCTIONS = {name: function for name, function in list(globals().items())
+             if inspect.isfunction(function) and function.__module__ == __name__ and not name.startswith("_")}
+
+
+def _plain(value):
+    """For JSON: bytes become text if they are ASCII, else a list of numbers."""
+    if isinstance(value, bytes):
+        return value.decode() if value.isascii() else list(value)
+    if isinstance(value, dict):
+        return {str(key): _plain(item) for key, item in value.items()}
+    return [_plain(item) for item in value] if isinstance(value, (list, tuple)) else value
+
+
+@method(CONTROL, "ss", "s")
+def Call(_item, name, arguments):
+    args, named = json.loads(arguments)
+    function = _found((f for n, f in FUNCTIONS.items() if n == name), "function", name)[0]
+    return json.dumps(_plain(function(*args, **named)))
+
+
+def serve():
     """Puts the control object on the bus."""
-    bus = Bus(world.address, NAME, None, Calls())
-    bus.export(Control(world))
-    bus.take_name()
-    return bus
+    service = Service("lanvoy.sim", "", Item(CONTROL, path="/lanvoy/sim"))
+    service.start()
+    return service

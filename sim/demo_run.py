@@ -16,6 +16,7 @@ import time
 
 import paho.mqtt.client as mqtt
 
+from .client import Sim
 from .stack import Stack
 
 # What the demo's gateway is to be connected to; the rest has its default.
@@ -138,7 +139,8 @@ def counting_from_now():
 def run_simulated(binary, once):
     with counting_from_now(), Stack() as stack:
         stack.start_bus()
-        stack.start_gateway("--demo", "--data-interface", DATA_INTERFACE)
+        stack.start_gateway("--demo")
+        Sim(stack.bus.address).set_data_interface(DATA_INTERFACE)
         stack.start_broker()
         viewer = Viewer("127.0.0.1", stack.port, "vexo/network")
         log = open(stack.folder / "lanvoy.log", "wb")

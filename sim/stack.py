@@ -1,4 +1,5 @@
 """Starts what a gateway consists of, each in a folder of its own: message bus, simulated services, broker, lanvoy."""
+import contextlib
 import os
 import pathlib
 import signal
@@ -38,8 +39,8 @@ class Stack:
         self.bus = None
         self.port = free_port()
 
-    def start_bus(self, limits=None):
-        self.bus = PrivateBus(limits)
+    def start_bus(self):
+        self.bus = PrivateBus()
         return self.bus
 
     def start_gateway(self, *options):
@@ -56,11 +57,9 @@ class Stack:
         log = open(self.folder / "mosquitto.log", "ab")
         process = self.spawn(["/usr/sbin/mosquitto", "-c", str(config)], stdout=log, stderr=log)
         while process.poll() is None:
-            try:
+            with contextlib.suppress(OSError):
                 socket.create_connection(("127.0.0.1", self.port), 1).close()
                 return process
-            except OSError:
-                pass
         raise RuntimeError(f"the broker did not start, see {log.name}")
 
     def start_service(self, binary, settings=None, *options, **popen):

@@ -1,24 +1,25 @@
-"""The simulated gateway as a whole, and the hardware it has when nothing else is asked for."""
+"""The simulated gateway as a whole: its life, and the hardware that it has when nothing else is asked for."""
+import collections
 import itertools
 
-from .calls import Calls
-from .mm import Modem, ModemManager
-from .nm import NetworkManager
-from .nm_kinds import BridgeDevice, GenericDevice, LoopbackDevice, ModemDevice, WiredDevice
-from .nm_wifi import AccessPoint, WifiDevice
+from . import device as dev
+from . import libnm, manager, modem, settings, wifi
+from .interfaces import MM, NM, SETTINGS
+from .table import Item, Service, world
 
-DEFAULT_OPTIONS = {
+OPTIONS = {
     "step_ms": 4,  # from one device state to the next
     "dhcp_ms": 15,  # until a lease comes
-    "carrier_ms": 100,  # how long a device without cable stays connected
+    "link_local_ms": 15,  # until a link-local address comes; the device is activated before that
+    "carrier_ms": 100,  # how long a device without cable stays connected (6 s in the daemon)
     "scan_ms": 60,  # a wifi scan
-    "search_ms": 500,  # how long a wifi network that is not in range is searched
+    "first_scan_ms": 0,  # the scan when NetworkManager starts; with 0 it knows all access points at once
+    "search_ms": 500,  # how long a wifi network that is not in range is searched (25 s in the daemon)
     "autoconnect": True,  # profiles with autoconnect connect by themselves
-    "validate": True,  # profiles are verified; False: whatever can be read is taken
 }
 
-# One access point per outcome of a client's security question, and the odd ones.
-DEFAULT_ACCESS_POINTS = (
+# One access point for each outcome of a client's security question, and the odd ones.
+ACCESS_POINTS = (
     dict(ssid="Gateway-Home", security="wpa2", key="correct horse", strength=82, frequency=2437),
     dict(ssid="Gateway-Home", security="wpa2", key="correct horse", strength=54, frequency=5180, bitrate=300000),
     dict(ssid="Cafe", security="none", strength=67, frequency=2412),
@@ -33,95 +34,70 @@ DEFAULT_ACCESS_POINTS = (
 )
 
 
-class World:
-    """Everything simulated: options, calls received, NetworkManager and ModemManager."""
+def fill(address):
+    """Puts the default world together, with options, faults and log as at the start; its services are not started."""
+    vars(world).update(
+        address=address, options=dict(OPTIONS), rules=[], log=collections.deque(maxlen=100000), held={}, devices=[],
+        modems=[], profiles=[], hostname="gateway", autoconnect_pending=False, bssids=itertools.count(1),
+        manager=manager.new(), settings=Item(SETTINGS, path=settings.BASE + "/Settings"))
+    world.nm = Service(NM, settings.BASE, Item(path="/org/freedesktop"), 1, world.log, world.rules)
+    base = "/org/freedesktop/ModemManager1"
+    world.mm = Service(MM, base, Item(MM, path=base).begin(Version="1.20.4"), 0, world.log, world.rules)
+    settings.store(settings.new(libnm.from_plain(settings.LOOPBACK)))
+    dev.plug("loopback", "lo", "00:00:00:00:00:00")
+    dev.plug("wired", "eth0", address="192.0.2.17/24")
+    wlan0 = dev.plug("wifi", "wlan0", address="198.51.100.23/24")
+    wifi.add_points(wlan0, [wifi.access_point(**point) for point in ACCESS_POINTS])
+    modem.plug()
+    dev.plug("bridge", "br0")
 
-    def __init__(self, address):
-        self.address = address
-        self.calls = Calls()
-        self.options = dict(DEFAULT_OPTIONS)
-        self.hostname = "gateway"
-        self.nm = NetworkManager(self)
-        self.mm = ModemManager(self)
 
-    def start(self):
-        self.mm.start()
-        self.nm.start()
+def start_nm():
+    """Hardware and profiles outlive a stop, paths do not: each start numbers everything anew, as the daemon does."""
+    if not world.nm.connection:
+        world.nm.start()
+        manager.begin(world.manager)
+        world.settings.begin(Hostname=world.hostname, CanModify=True)
+        for item in (world.settings, world.manager):
+            world.nm.show(item)
+        for profile in world.profiles:
+            settings.appear(profile)
+        for device in list(world.devices):
+            dev.appear(device)
 
-    def stop(self):
-        self.nm.stop()
-        self.mm.stop()
 
-    def reset(self, empty=False):
-        """Back to the default world (or an empty one) with options, faults and call log as at the start."""
-        self.stop()
-        self.options.clear()
-        self.options.update(DEFAULT_OPTIONS)
-        self.hostname = "gateway"
-        self.calls.rules.clear()
-        self.calls.reset()
-        self.nm = NetworkManager(self)
-        self.mm = ModemManager(self)
-        self.build(empty)
-        self.start()
+def stop_nm():
+    if world.nm.connection:
+        world.nm.stop()
+        for device in world.devices:
+            device.script = device.cable = device.scan = None
+            device.kind.link_down(device)
+            device.active = None
 
-    def build(self, empty=False):
-        """Puts the default hardware together; to be called before start()."""
-        AccessPoint.numbers = itertools.count(1)
-        self.nm.add_device(LoopbackDevice(self.nm, "lo", "00:00:00:00:00:00"))
-        if empty:
-            return
-        self.add("wired", interface="eth0", address="192.0.2.17/24")
-        wifi = self.add("wifi", interface="wlan0", address="198.51.100.23/24")
-        wifi.access_points = [AccessPoint(**ap) for ap in DEFAULT_ACCESS_POINTS]
-        self.add("modem")
-        self.add("bridge", interface="br0")
 
-    def add(self, kind, **options):
-        """Adds a device: wired, wifi, bridge, generic (interface, mac, address) or modem (options of mm.Modem)."""
-        if kind == "modem":
-            return self.add_modem(**options)
-        classes = {"wired": WiredDevice, "wifi": WifiDevice, "bridge": BridgeDevice, "generic": GenericDevice}
-        number = len(self.nm.devices) + 1
-        options.setdefault("mac", f"02:00:00:00:00:{number:02X}")
-        options.setdefault("address", f"203.0.113.{10 + number}/24")
-        device = classes[kind](self.nm, **options)
-        self.nm.add_device(device)
-        return device
+def start_mm():
+    """ModemManager comes back; NetworkManager then shows its modems again."""
+    if not world.mm.connection:
+        world.mm.start()
+        for item in world.modems:
+            modem.appear(item)
+        for device in [item.device for item in world.modems if item.device not in world.devices]:
+            dev.add(device)
 
-    def add_modem(self, address="10.64.64.2/30", **options):
-        modem = Modem(self.mm, **options)
-        self.mm.add_modem(modem)
-        device = ModemDevice(self.nm, modem, address)
-        modem.device = device
-        self.nm.add_device(device)
-        return device
 
-    def remove(self, device):
-        self.nm.remove_device(device)
-        if isinstance(device, ModemDevice):
-            self.mm.remove_modem(device.modem)
+def stop_mm():
+    """ModemManager goes; NetworkManager drops its modem devices."""
+    for device in [device for device in world.devices if device.word == "modem"]:
+        dev.unplug(device)
+    if world.mm.connection:
+        world.mm.stop()
 
-    # services
 
-    def start_modem_manager(self):
-        """ModemManager comes back; NetworkManager then shows its modems again."""
-        if self.mm.bus:
-            return
-        self.mm.start()
-        for modem in self.mm.modems:
-            if modem.device not in self.nm.devices:
-                self.nm.add_device(modem.device)
+def start():
+    start_mm()
+    start_nm()
 
-    def stop_modem_manager(self, alone=False):
-        """ModemManager goes; NetworkManager drops its modem devices, unless `alone` has it not notice yet."""
-        if alone:
-            self.mm.stop()
-            return
-        for device in [d for d in self.nm.devices if isinstance(d, ModemDevice)]:
-            self.nm.remove_device(device)
-        self.mm.stop()
 
-    def set_hostname(self, hostname):
-        self.hostname = hostname
-        self.nm.settings.set(Hostname=hostname)
+def stop():
+    stop_nm()
+    stop_mm()
