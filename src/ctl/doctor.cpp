@@ -1,0 +1,8 @@
+#include "commands.h"
+namespace Ctl
+{
+Exit doctor(Context&)
+{
+    return Done;
+}
+} // namespace Ctl
