@@ -119,6 +119,7 @@ QString readBroker(const QCommandLineParser& parser, const QString& file, Option
     const QString port = sources.either("port", "LANVOYCTL_PORT", "Mqtt/port", "1883");
     options.host = sources.either("host", "LANVOYCTL_HOST", "Mqtt/url", "localhost");
     options.port = port.toUShort(&isNumber);
+    options.isLocal = plainHost(options.host) == "localhost";
     if (!isNumber || options.port == 0)
         return QString("'%1' is no port.").arg(port);
     const bool same = !file.isEmpty()
@@ -184,6 +185,7 @@ QString readOptions(const QStringList& commandLine, Options& options)
     QString file = QString("/var/lib/lanvoy/lanvoy.conf");
     if (parser.isSet(QString("config")))
         file = parser.value(QString("config"));
+    options.serviceFile = file;
     if (!QFileInfo(file).isReadable() || !QFileInfo(file).isFile()) {
         if (parser.isSet(QString("config")))
             return QString("Cannot read %1.").arg(file);

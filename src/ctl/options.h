@@ -25,6 +25,8 @@ struct Options {
     QString password;
     QString base;
     QString configFile; // the service's own, when it is that of the service asked; else empty
+    QString serviceFile; // where the service's own is, readable or not
+    bool isLocal = false; // the broker is on this machine
     QString keyFile;
     QString interface;
     int answerMs = 10 * 1000;

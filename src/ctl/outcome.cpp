@@ -100,7 +100,7 @@ Judgement judge(const Wanted& wanted, const Story& story)
         if (moved)
             return {Verdict::Connected, connectedText(last)};
         if (!wanted.changes || story.settled)
-            return {Verdict::Unchanged, connectedText(last) + ", as before"};
+            return {Verdict::Unchanged, "As before: " + connectedText(last)};
         return {};
     }
     if (!moved && number <= Disconnected && last["reasonStr"] == QJsonValue("CarrierReason"))

@@ -129,8 +129,8 @@ private:
             const int heard = story.states.size();
             const bool isQuiet = story.carriedOut && sinceMove.hasExpired(settledMs);
             askState();
-            if (isQuiet && session.wait(askAgainMs, [&] { return story.states.size() > heard; }))
-                story.settled = !sinceMove.hasExpired(settledMs) ? false : true;
+            story.settled = isQuiet && session.wait(askAgainMs, [&] { return story.states.size() > heard; })
+                && sinceMove.hasExpired(settledMs);
         }
     }
 
@@ -158,8 +158,8 @@ private:
             sinceMove.start();
             story.settled = false;
         }
-        if (isMove && !story.states.isEmpty() && word.endsWith("ing"))
-            tell(context, painted(word, toneOf(word), context.look) + (context.look.utf8 ? " … " : " ... "));
+        if (isMove && word.endsWith("ing") && !context.options.json)
+            put(painted(word, toneOf(word), context.look) + (context.look.utf8 ? " … " : " ... "));
         story.states.append(state);
     }
 
