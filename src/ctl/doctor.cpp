@@ -4,6 +4,7 @@
 
 #include <QElapsedTimer>
 #include <QJsonArray>
+#include <QRandomGenerator>
 
 #include <algorithm>
 
@@ -12,6 +13,8 @@ namespace Ctl
 
 namespace
 {
+
+constexpr int straggleMs = 1000; // another service may be slower than the first
 
 struct HealthRow {
     const char* word;
@@ -50,6 +53,19 @@ Check checkBroker(const Context& context, const QString& problem)
             {}};
 }
 
+/** Counts the services by a question that only we ask; each says that it has no such device, in its log too.
+ */
+int countServices(Session& session)
+{
+    const QString nobody = QString("doctor-%1").arg(QRandomGenerator::global()->generate());
+    session.send("ethernet/state/get", {{"interface", nobody}});
+    session.wait(straggleMs, [] { return false; });
+    const QVector<Message>& messages = session.messages();
+    return static_cast<int>(std::count_if(messages.begin(), messages.end(), [&](const Message& message) {
+        return message.topic == "error" && message.document["error"].toString().endsWith(nobody);
+    }));
+}
+
 Check checkService(Context& context)
 {
     Session& session = context.session;
@@ -66,10 +82,8 @@ Check checkService(Context& context)
                              "did not come back)."};
     }
     const auto ms = waited.elapsed();
-    constexpr int straggleMs = 1000; // another service may be slower
     session.wait(straggleMs, [] { return false; });
-    // Other clients may have asked at the same time: each question is answered once by each service.
-    const int services = countOf(session, "info") / std::max(1, countOf(session, "info/get"));
+    const int services = countOf(session, "info") > 1 ? countServices(session) : 1;
     if (services > 1)
         return {"service", Health::Failure, QString("%1 services answer below '%2'").arg(services).arg(base),
                 "Give each gateway a base topic of its own (Mqtt/base), or stop one."};
@@ -91,12 +105,14 @@ QVector<Check> checkRetained(const Context& context)
         const bool isSet = message.topic.endsWith("/set");
         if (!message.retained || message.payload.isEmpty() || (!isSet && !message.topic.endsWith("/get")))
             continue;
+        // The empty message that clears the store is a command as well, one that empties the configuration.
+        const QString clear = QString("mosquitto_pub -h %1 -p %2 -t '%3/%4' -r -n")
+                                  .arg(context.options.host)
+                                  .arg(context.options.port)
+                                  .arg(context.options.base, message.topic);
         checks.append({"retained", isSet ? Health::Failure : Health::Warning,
                        QString("'%1' is retained: it is carried out at every connection").arg(message.topic),
-                       QString("mosquitto_pub -h %1 -p %2 -t '%3/%4' -r -n")
-                           .arg(context.options.host)
-                           .arg(context.options.port)
-                           .arg(context.options.base, message.topic)});
+                       isSet ? "Stop lanvoy, " + clear + ", start it" : clear});
     }
     if (checks.isEmpty())
         checks.append({"retained", Health::Ok, "No command is retained", {}});

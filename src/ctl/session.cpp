@@ -117,12 +117,13 @@ QVector<Answer> Session::ask(const QVector<Query>& queries)
     subscribe(topics);
 
     const int from = received.size();
-    for (const Query& query : queries)
-        send(query.topic + QLatin1String("/get"),
-             query.interface.isEmpty() ? QJsonObject()
-                                       : QJsonObject {{QString("interface"), query.interface}});
-    const Query last = {QString("info"), {}};
-    send(QString("info/get"));
+    const Query last = {"info", {}};
+    for (const Query& query : queries) {
+        if (query.topic != last.topic)
+            send(query.topic + "/get",
+                 query.interface.isEmpty() ? QJsonObject() : QJsonObject {{"interface", query.interface}});
+    }
+    send(last.topic + "/get");
 
     const auto complete = [&] {
         return std::all_of(queries.begin(), queries.end(),
