@@ -107,7 +107,7 @@ private:
 
 QString plainHost(const QString& host)
 {
-    const bool loopback = host == QLatin1String("127.0.0.1") || host == QLatin1String("::1");
+    const bool loopback = host == "127.0.0.1" || host == "::1";
     return loopback ? QString("localhost") : host.toLower();
 }
 
@@ -145,13 +145,13 @@ QString readBroker(const QCommandLineParser& parser, const QString& file, Option
 
 QString readTimeout(const QCommandLineParser& parser, Options& options)
 {
-    if (!parser.isSet(QString("timeout")))
+    if (!parser.isSet("timeout"))
         return {};
     constexpr double longest = 86400;
     bool isNumber = false;
-    const double seconds = parser.value(QString("timeout")).toDouble(&isNumber);
+    const double seconds = parser.value("timeout").toDouble(&isNumber);
     if (!isNumber || !(seconds > 0) || seconds > longest)
-        return QString("'%1' is no time-out in seconds.").arg(parser.value(QString("timeout")));
+        return QString("'%1' is no time-out in seconds.").arg(parser.value("timeout"));
     options.answerMs = options.outcomeMs = static_cast<int>(seconds * 1000);
     return {};
 }
@@ -164,17 +164,17 @@ QString readOptions(const QStringList& commandLine, Options& options)
     addOptions(parser);
     if (!parser.parse(commandLine))
         return parser.errorText();
-    if (parser.isSet(QString("help")))
+    if (parser.isSet("help"))
         showHelp();
-    if (parser.isSet(QString("version"))) {
+    if (parser.isSet("version")) {
         QTextStream(stdout) << "lanvoyctl " LANVOY_VERSION "\n";
         std::exit(Done);
     }
 
     options.arguments = parser.positionalArguments();
     options.command = options.arguments.isEmpty() ? QString("status") : options.arguments.takeFirst();
-    options.keyFile = parser.value(QString("key-file"));
-    options.interface = parser.value(QString("interface"));
+    options.keyFile = parser.value("key-file");
+    options.interface = parser.value("interface");
     for (const auto& [name, field] : {std::pair("json", &Options::json),
                                       {"no-color", &Options::noColor},
                                       {"yes", &Options::yes},
@@ -182,12 +182,12 @@ QString readOptions(const QStringList& commandLine, Options& options)
                                       {"replace", &Options::replace}})
         options.*field = parser.isSet(QLatin1String(name));
 
-    QString file = QString("/var/lib/lanvoy/lanvoy.conf");
-    if (parser.isSet(QString("config")))
-        file = parser.value(QString("config"));
+    QString file = "/var/lib/lanvoy/lanvoy.conf";
+    if (parser.isSet("config"))
+        file = parser.value("config");
     options.serviceFile = file;
     if (!QFileInfo(file).isReadable() || !QFileInfo(file).isFile()) {
-        if (parser.isSet(QString("config")))
+        if (parser.isSet("config"))
             return QString("Cannot read %1.").arg(file);
         file.clear();
     }

@@ -42,31 +42,31 @@ QString Session::open()
 QString Session::explain() const
 {
     if (client.state() == QMqttClient::Connecting)
-        return QString("it does not answer");
+        return "it does not answer";
     switch (client.error()) {
     case QMqttClient::BadUsernameOrPassword:
-        return QString("user name or password is wrong");
+        return "user name or password is wrong";
     case QMqttClient::NotAuthorized:
-        return QString("not authorised");
+        return "not authorised";
     case QMqttClient::ServerUnavailable:
-        return QString("it is not available");
+        return "it is not available";
     case QMqttClient::TransportInvalid:
         break;
     default:
-        return QString("it does not speak MQTT 3.1.1");
+        return "it does not speak MQTT 3.1.1";
     }
     // The client does not say why; the system does, when it is asked once more.
     QTcpSocket socket;
     socket.connectToHost(options.host, options.port);
     if (socket.waitForConnected(options.answerMs))
-        return QString("it closed the connection");
+        return "it closed the connection";
     return socket.errorString().toLower();
 }
 
 void Session::subscribe(const QStringList& topics)
 {
     QVector<QMqttSubscription*> subscriptions;
-    const QString base = options.base + QLatin1Char('/');
+    const QString base = options.base + '/';
     for (const QString& topic : topics) {
         QMqttSubscription* const subscription = client.subscribe(base + topic);
         if (subscription == nullptr || subscription->state() == QMqttSubscription::Subscribed)
@@ -90,7 +90,7 @@ void Session::subscribe(const QStringList& topics)
 
 void Session::send(const QString& topic, const QJsonObject& payload)
 {
-    client.publish(options.base + QLatin1Char('/') + topic,
+    client.publish(options.base + '/' + topic,
                    payload.isEmpty() ? QByteArray() : QJsonDocument(payload).toJson(QJsonDocument::Compact));
 }
 
@@ -111,7 +111,7 @@ bool Session::wait(int ms, const std::function<bool()>& condition)
 
 QVector<Answer> Session::ask(const QVector<Query>& queries)
 {
-    QStringList topics = {QString("error"), QString("info")};
+    QStringList topics = {"error", "info"};
     for (const Query& query : queries)
         topics.append(query.topic);
     subscribe(topics);
@@ -148,16 +148,13 @@ Answer Session::find(const Query& query, int from) const
         const Message& message = received.at(i);
         if (message.retained)
             continue;
-        const QString interface = message.document.value(QLatin1String("interface")).toString();
+        const QString interface = message.document.value("interface").toString();
         if (message.topic == query.topic
             && (query.interface.isEmpty() || interface.isEmpty() || interface == query.interface))
             return {true, message.document, {}};
-        const QString error = message.document.value(QLatin1String("error")).toString();
-        if (message.topic == QLatin1String("error")
-            && message.document.value(QLatin1String("command")).toString()
-                == query.topic + QLatin1String("/get")
-            && (!error.startsWith(QLatin1String("Invalid device"))
-                || error.endsWith(QLatin1String(": ") + query.interface)))
+        const QString error = message.document.value("error").toString();
+        if (message.topic == "error" && message.document.value("command").toString() == query.topic + "/get"
+            && (!error.startsWith("Invalid device") || error.endsWith(": " + query.interface)))
             return {true, {}, error};
     }
     return {};
