@@ -6,6 +6,9 @@
 namespace Ctl
 {
 
+/** Reads FIELD=VALUE arguments, asks for those with "-". @return the problem, empty for none */
+QString readFields(const QString& kind, const QStringList& arguments, Record& given);
+
 /**
  * Changes the given fields of one device's configuration: reads the present one, merges, shows what changes,
  * asks, sends the whole record and waits for the outcome.

@@ -11,7 +11,7 @@ const std::vector<Command>& commands()
     static const std::vector<Command> table = {
         {"status", "status", "The state of everything (default)", 0, 0, showStatus},
         {"show", "show [DEVICE]", "All about one device, or about all", 0, 1, showDevices},
-        {"wifi", "wifi", "Wifi networks in range", 0, 2, wifi},
+        {"wifi", "wifi", "Wifi networks in range", 0, 64, wifi},
         {"wifi", "wifi connect SSID", "Connects to a network, whose key is asked for", 0, 2, wifi},
         {"set", "set ethernet|wifi|modem FIELD=VALUE...", "Changes the named fields; - asks, @FILE reads", 2,
          64, set},

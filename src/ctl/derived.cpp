@@ -54,7 +54,7 @@ void flatten(const QJsonValue& value, const QString& path, Members& members)
                 flatten(member.value(), path.isEmpty() ? name : path + '.' + name, members);
         }
     } else if (value.isArray() && value[0].isObject()) {
-        for (const QJsonValue& entry : value.toArray()) {
+        for (const QJsonValue& entry : entriesOf(value)) {
             const QString address = entry["hardwareAddress"].toString();
             flatten(entry, path + '[' + (address.isEmpty() ? entry["ssid"].toString() : address) + ']',
                     members);
@@ -78,7 +78,7 @@ QJsonObject withoutSecrets(QJsonObject document)
 QVector<QJsonObject> networksOf(const QJsonObject& networks, const QJsonObject& state)
 {
     QVector<QJsonObject> result;
-    for (const QJsonValue& network : networks["networks"].toArray()) {
+    for (const QJsonValue& network : entriesOf(networks["networks"])) {
         const QJsonValue point = network["referenceAP"];
         const int mhz = point["frequency"].toInt();
         const auto* const band

@@ -49,7 +49,7 @@ QString askSecret(const QString& question)
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
 
-    const QString line = readLine();
+    QString line = readLine();
 
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})

@@ -11,6 +11,7 @@
 #include <QSettings>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Ctl
 {
@@ -19,15 +20,15 @@ namespace
 {
 
 struct VerdictRow {
-    Verdict verdict;
     const char* word; // in the JSON output
+    Verdict verdict;
     Exit status;
 };
 
 constexpr VerdictRow verdicts[] = {
-    {Verdict::Connected, "connected", Done},   {Verdict::Unchanged, "unchanged", Done},
-    {Verdict::Refused, "refused", Refused},    {Verdict::Failed, "failed", Refused},
-    {Verdict::Waiting, "unfinished", Refused},
+    {"connected", Verdict::Connected, Done},   {"unchanged", Verdict::Unchanged, Done},
+    {"refused", Verdict::Refused, Refused},    {"failed", Verdict::Failed, Refused},
+    {"unfinished", Verdict::Waiting, Refused},
 };
 
 /** Text that is not the result: beside the JSON value it goes to standard error. */
@@ -105,13 +106,13 @@ public:
         session.send(wanted.kind + "/config/set", command);
         session.send("info/get");
         askState();
-        const Judgement judgement = follow();
+        Judgement judgement = follow();
         QObject::disconnect(listening);
         return judgement;
     }
 
     const Story& told() const { return story; }
-    double seconds() const { return static_cast<double>(total.elapsed() / 100) / 10; }
+    double seconds() const { return std::round(static_cast<double>(total.elapsed()) / 100) / 10; }
 
 private:
     void askState() { session.send(topic + "/get", {{"interface", interface}}); }
@@ -199,7 +200,8 @@ Exit report(Context& context, const QString& interface, const QJsonArray& change
     return row->status;
 }
 
-/** Reads FIELD=VALUE arguments. @return the problem, empty for none */
+} // namespace
+
 QString readFields(const QString& kind, const QStringList& arguments, Record& given)
 {
     for (const QString& argument : arguments) {
@@ -227,8 +229,6 @@ QString readFields(const QString& kind, const QStringList& arguments, Record& gi
     }
     return {};
 }
-
-} // namespace
 
 Exit changeConfiguration(Context& context, const QString& kind, const QString& device, const Record& given)
 {

@@ -148,6 +148,11 @@ QJsonValue valueAt(const QJsonObject& document, const char* path)
     return value;
 }
 
+const QJsonArray entriesOf(const QJsonValue& list)
+{
+    return list.toArray();
+}
+
 QString textOf(const QJsonValue& value)
 {
     return printable(value.isArray() ? value.toVariant().toStringList().join(", ")

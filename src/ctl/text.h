@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
@@ -43,9 +44,13 @@ QString bar(double share, int columns, const Look& look);
 /** @return the value at a path such as "ipv4.address", undefined when there is none */
 QJsonValue valueAt(const QJsonObject& document, const char* path);
 
+/** @return the entries of a list; const, so that a loop over it yields values and not references into it */
+const QJsonArray entriesOf(const QJsonValue& list);
+
 /** @return the value as printable text, lists with commas; empty when there is none */
 QString textOf(const QJsonValue& value);
 
+/** @return textOf() the value at a path */
 QString textAt(const QJsonObject& document, const char* path);
 
 /** @return JSON text that keeps to ASCII where a character is not printable */

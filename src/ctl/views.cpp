@@ -251,7 +251,7 @@ QString usageText(const QJsonObject& usage, const Look& look)
 {
     QVector<QJsonObject> rows;
     double most = 0;
-    for (const QJsonValue& month : usage["months"].toArray()) {
+    for (const QJsonValue& month : entriesOf(usage["months"])) {
         rows.append(month.toObject());
         most = std::max(most, totalOf(rows.last()));
     }

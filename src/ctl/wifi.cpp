@@ -49,6 +49,10 @@ Exit connectTo(Context& context, const QString& ssid)
     const Options& options = context.options;
     if (!options.yes && !canAsk())
         return fail(Usage, "There is no terminal to ask on; use -y and --key-file.");
+    Record given;
+    const QString wrongField = readFields("wifi", options.arguments.mid(2), given);
+    if (!wrongField.isEmpty())
+        return fail(Usage, wrongField);
     QVector<QJsonObject> networks;
     const Exit status = askNetworks(context, networks);
     if (status != Done)
@@ -73,8 +77,11 @@ Exit connectTo(Context& context, const QString& ssid)
         if (!problem.isEmpty())
             return fail(Usage, problem);
     }
-    return changeConfiguration(context, "wifi", (*network)["interface"].toString(),
-                               {{"ssid", ssid}, {"key", key}});
+    given["ssid"] = ssid;
+    given["key"] = key;
+    if (options.replace && !given.contains("method"))
+        given["method"] = "auto";
+    return changeConfiguration(context, "wifi", (*network)["interface"].toString(), given);
 }
 
 } // namespace
@@ -82,10 +89,10 @@ Exit connectTo(Context& context, const QString& ssid)
 Exit wifi(Context& context)
 {
     const QStringList& arguments = context.options.arguments;
-    if (arguments.size() == 2 && arguments.first() == "connect")
-        return connectTo(context, arguments.last());
+    if (arguments.size() > 1 && arguments.first() == "connect")
+        return connectTo(context, arguments.at(1));
     if (!arguments.isEmpty())
-        return fail(Usage, "Usage: lanvoyctl wifi [connect SSID]");
+        return fail(Usage, "Usage: lanvoyctl wifi [connect SSID [FIELD=VALUE...]]");
     QVector<QJsonObject> networks;
     const Exit status = askNetworks(context, networks);
     if (status != Done)

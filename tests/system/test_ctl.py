@@ -19,7 +19,7 @@ import pytest
 from conftest import ROOT, Client, until
 
 CTL = pathlib.Path(os.environ.get("LANVOYCTL_BINARY", ROOT / "build/debug/src/ctl/lanvoyctl")).resolve()
-SETTINGS = {"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse", "Modem/pin": "1234", "Modem/usageSec": 0}
+SETTINGS = {"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse", "Modem/pin": "7391", "Modem/usageSec": 0}
 TRANSCRIPT = ROOT / "tests/lanvoyctl.golden"
 SCHEMAS = {str(file.relative_to(ROOT / "docs/schema")): json.loads(file.read_text())
            for file in (ROOT / "docs/schema").rglob("*.json")}
@@ -65,7 +65,7 @@ def test_transcript(gateway_up):
     if os.environ.get("UPDATE_GOLDEN"):
         TRANSCRIPT.write_text("".join("$ " + block for block in seen))
     assert seen == blocks
-    assert "correct horse" not in "".join(seen) and "1234" not in "".join(seen)
+    assert "correct horse" not in "".join(seen) and "7391" not in "".join(seen)
 
 
 def test_json(gateway_up):
@@ -97,7 +97,7 @@ def test_set_keeps_what_it_does_not_name(gateway_up):
     modem = configparser.ConfigParser()
     modem.read(file)
     assert {k: v for k, v in modem["Modem"].items() if v} == {
-        "id": "Broadband", "autocon": "true", "method": "auto", "apn": "m2m.example", "pin": "1234", "usagesec": "0"}
+        "id": "Broadband", "autocon": "true", "method": "auto", "apn": "m2m.example", "pin": "7391", "usagesec": "0"}
     # Of what only the file knows, an address that method auto does not use.
     world.client.send("ethernet/config/set", {"method": "auto", "address": "10.0.0.5", "netmask": "255.0.0.0"})
     world.client.settle()
