@@ -96,6 +96,7 @@ def hint(port):
     print("\n" + color(1, "This is the gateway now. Every few seconds something changes; Ctrl-C ends it.")
           + " In another terminal:" + color(33, f"""
   PORT={port}
+  build/release/src/ctl/lanvoyctl -p $PORT
   mosquitto_pub -p $PORT -t vexo/network/wifi/state/get -n
   mosquitto_pub -p $PORT -t vexo/network/wifi/config/set -m '{{"ssid": "Cafe", "method": "auto"}}'
   mosquitto_sub -p $PORT -t 'vexo/network/#' -v

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""Makes docs/demo.svg: runs a command in a terminal of its own and draws the screen around its hint.
+"""Draws a terminal: the screen around the hint of a command, or short commands one below the other.
 
     docs/tools/picture.py scripts/run > docs/demo.svg
+    PATH=build/release/src/ctl:$PATH LANVOYCTL_PORT=PORT docs/tools/picture.py -- lanvoyctl 'lanvoyctl wifi' > docs/ctl.svg
 """
 import fcntl
 import html
@@ -36,6 +37,24 @@ def recording(command):
     return data.decode().replace("\r", "").split("\n")
 
 
+def session(commands, columns):
+    """The lines of a terminal in which each command has run to its end."""
+    lines = []
+    for command in commands:
+        pid, terminal = pty.fork()
+        if pid == 0:
+            fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", BEFORE, columns, 0, 0))
+            os.execvp(command.split()[0], command.split())
+        data = b""
+        try:
+            while part := os.read(terminal, 65536):
+                data += part
+        except OSError:  # the command has ended
+            os.waitpid(pid, 0)
+        lines += [f"\x1b[33m$\x1b[0m {command}", *data.decode().replace("\r", "").rstrip("\n").split("\n"), ""]
+    return lines[:-1]
+
+
 def drawn(line, style):
     """One line as SVG, and the style that the next one begins with."""
     spans = []
@@ -49,8 +68,8 @@ def drawn(line, style):
     return "".join(spans), style
 
 
-def picture(lines):
-    width, height = int(COLUMNS * CELL) + 32, len(lines) * LINE + 32
+def picture(lines, columns=COLUMNS):
+    width, height = int(columns * CELL) + 32, len(lines) * LINE + 32
     print(f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}" '
           'font-family="DejaVu Sans Mono, Menlo, Consolas, monospace" font-size="13">')
     print(f'<rect width="{width}" height="{height}" rx="8" fill="#1e1e2e"/>')
@@ -62,6 +81,9 @@ def picture(lines):
 
 
 def main():
+    if sys.argv[1] == "--":
+        picture(session(sys.argv[2:], 80), 80)
+        return
     lines = recording(sys.argv[1:])
     hint = next(number for number, line in enumerate(lines) if "In another terminal" in line)
     start = next(n for n in range(max(0, hint - BEFORE), hint + 1) if n == hint or re.search(r":\d\d\x1b", lines[n]))

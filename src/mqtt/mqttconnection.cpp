@@ -222,7 +222,7 @@ void MqttConnection::emitEvent(const Event& event)
         Q_EMIT accepted();
         break;
     case Event::Message:
-        Q_EMIT messageArrived(event.message, event.topic);
+        Q_EMIT messageArrived({event.topic, event.message, event.value != 0});
         break;
     case Event::Sent:
         Q_EMIT messageSent(event.id);

@@ -57,7 +57,7 @@ public:
 
 Q_SIGNALS:
     void accepted();
-    void messageArrived(const QByteArray& message, const QMqttTopicName& topic);
+    void messageArrived(const QMqttMessage& message);
     void messageSent(qint32 id);
     void subscribeAnswered(int packetId, int granted); // granted: quality of service, 128 for refused
     void unsubscribed(int packetId);
@@ -75,7 +75,7 @@ private:
     struct Event {
         enum Kind { Accepted, Message, Sent, SubscribeAnswered, Unsubscribed, Lost } kind;
         int id = 0; // packet id
-        int value = 0; // granted quality of service, or error
+        int value = 0; // granted quality of service, error, or retain flag
         QByteArray message;
         QString topic;
     };

@@ -77,7 +77,8 @@ void MqttConnection::setCallbacks()
     mosquitto_message_callback_set(handle, [](mosquitto*, void* object, const mosquitto_message* message) {
         // An empty payload comes as a null pointer; receivers get an empty text, not a null one.
         const char* payload = message->payload == nullptr ? "" : static_cast<const char*>(message->payload);
-        connectionOf(object)->events.enqueue({Event::Message, 0, 0, QByteArray(payload, message->payloadlen),
+        connectionOf(object)->events.enqueue({Event::Message, 0, message->retain ? 1 : 0,
+                                              QByteArray(payload, message->payloadlen),
                                               QString::fromUtf8(message->topic)});
     });
     mosquitto_publish_callback_set(handle, [](mosquitto*, void* object, int id) {

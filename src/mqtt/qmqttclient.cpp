@@ -98,7 +98,7 @@ void QMqttClient::connectToHost()
     auto* const connection = new MqttConnection(d->settings, this);
     d->connection = connection;
     connect(connection, &MqttConnection::accepted, this, [this] { enter(Connected); });
-    connect(connection, &MqttConnection::messageArrived, this, &QMqttClient::messageReceived);
+    connect(connection, &MqttConnection::messageArrived, this, &QMqttClient::onMessageArrived);
     connect(connection, &MqttConnection::messageSent, this, &QMqttClient::messageSent);
     connect(connection, &MqttConnection::subscribeAnswered, this, &QMqttClient::onSubscribeAnswered);
     connect(connection, &MqttConnection::unsubscribed, this, &QMqttClient::onUnsubscribed);
@@ -146,6 +146,19 @@ bool QMqttClient::enter(ClientState state)
     else if (state == Disconnected)
         Q_EMIT disconnected();
     return isCurrent();
+}
+
+void QMqttClient::onMessageArrived(const QMqttMessage& message)
+{
+    const QPointer<QMqttClient> self(this);
+    const QMap<QString, QMqttSubscription*> subscriptions = d->subscriptions;
+    Q_EMIT messageReceived(message.payload(), message.topic());
+    for (QMqttSubscription* subscription : subscriptions) {
+        if (self.isNull())
+            return;
+        if (subscription->topic().match(message.topic()))
+            Q_EMIT subscription->messageReceived(message);
+    }
 }
 
 QMqttSubscription* QMqttClient::findPending(int packetId) const

@@ -132,6 +132,7 @@ private:
     template<typename T> bool change(T& property, const T& value);
     bool enter(ClientState state);
     QMqttSubscription* findPending(int packetId) const;
+    void onMessageArrived(const QMqttMessage& message);
     void onSubscribeAnswered(int packetId, int granted);
     void onUnsubscribed(int packetId);
     void onClosed(ClientError error);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "qmqttmessage.h"
 #include "qmqtttopicfilter.h"
 
 #include <QObject>
@@ -28,6 +29,7 @@ public:
 
 Q_SIGNALS:
     void stateChanged(SubscriptionState state);
+    void messageReceived(QMqttMessage message);
 
 private:
     friend class QMqttClient;

@@ -2,6 +2,8 @@
 
 #include <QVector>
 
+#include <mosquitto.h>
+
 namespace
 {
 constexpr int longestTopic = 65535; // the protocol counts text lengths in 16 bits
@@ -40,4 +42,12 @@ bool QMqttTopicFilter::isValid() const
             return false;
     }
     return true;
+}
+
+bool QMqttTopicFilter::match(const QMqttTopicName& topic) const
+{
+    bool matches = false;
+    return mosquitto_topic_matches_sub(text.toUtf8().constData(), topic.name().toUtf8().constData(), &matches)
+        == MOSQ_ERR_SUCCESS
+        && matches;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "qmqtttopicname.h"
+
 #include <QHash>
 #include <QMetaType>
 #include <QString>
@@ -17,6 +19,8 @@ public:
     /** @return whether it has 1 to 65535 characters, no NUL, "+" alone in its level and "#" alone in the last
      * one */
     bool isValid() const;
+    /** @return whether messages of this topic come to a subscription with the filter */
+    bool match(const QMqttTopicName& topic) const;
 
     friend bool operator==(const QMqttTopicFilter& a, const QMqttTopicFilter& b) { return a.text == b.text; }
     friend bool operator!=(const QMqttTopicFilter& a, const QMqttTopicFilter& b) { return a.text != b.text; }

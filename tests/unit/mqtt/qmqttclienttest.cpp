@@ -1,6 +1,8 @@
 #include "scriptedbroker.h"
 
 #include <QMqttClient>
+#include <QMqttMessage>
+#include <QMqttSubscription>
 #include <QMqttTopicName>
 
 #include <QIODevice>
@@ -58,7 +60,7 @@ private Q_SLOTS:
     void attemptEndsAsAnswered()
     {
         const auto ok = Broker::connack();
-        const auto two = Broker::message('a', "1") + Broker::message('b', "");
+        const auto two = Broker::message("a", "1") + Broker::message("b", "");
         const struct {
             QByteArray answer;
             Broker::Ending ending;
@@ -82,7 +84,7 @@ private Q_SLOTS:
             {ok + two, Broker::CloseAfterAnswer, "s1 s2 up m:a=1 m:b= s0 down e256"},
             {ok + two.chopped(1), Broker::CloseAfterAnswer, "s1 s2 up m:a=1 s0 down e256"},
             {ok + garbage, Broker::KeepOpen, "s1 s2 up s0 down e257"},
-            {ok + Broker::message(char(0xff), "1"), Broker::KeepOpen, "s1 s2 up s0 down e257"}, // no UTF-8
+            {ok + Broker::message("\xff", "1"), Broker::KeepOpen, "s1 s2 up s0 down e257"}, // no UTF-8
         };
         for (const auto& row : rows) {
             Broker broker;
@@ -150,7 +152,7 @@ private Q_SLOTS:
         for (const QString word : {"s1", "s2", "up", "m:a=1", "s0", "down", "e257"}) {
             const bool afterTheEnd = QStringList({"s0", "down", "e257"}).contains(word);
             Broker broker;
-            broker.answer += Broker::message('a', "1") + (afterTheEnd ? garbage : Broker::message('b', "2"));
+            broker.answer += Broker::message("a", "1") + (afterTheEnd ? garbage : Broker::message("b", "2"));
             Session session(broker);
             session.onWord = [&](const QString& seen) { seen == word ? session.client.reset() : void(); };
             session.client->connectToHost();
@@ -160,6 +162,27 @@ private Q_SLOTS:
             QTRY_VERIFY(broker.clientIsGone());
             QCOMPARE(broker.count(Broker::Disconnect), afterTheEnd || word == "s1" ? 0 : 1);
         }
+    }
+
+    void subscriptionGetsWhatFits()
+    {
+        const auto retained = [](QByteArray message) { return message.replace(0, 1, "\x31"); };
+        Broker broker;
+        Session session(broker);
+        QStringList seen;
+        QObject::connect(session.client.get(), &QMqttClient::connected, [&] {
+            const QMqttSubscription* const subscription = session.client->subscribe(QString("a/+"));
+            QObject::connect(subscription, &QMqttSubscription::messageReceived,
+                             [&](const QMqttMessage& message) {
+                                 seen.append(message.topic().name() + '=' + message.payload()
+                                             + (message.retain() ? " retained" : ""));
+                             });
+            broker.send(retained(Broker::message("a/x", "1")) + Broker::message("a", "2")
+                        + Broker::message("a/y", "3"));
+        });
+        session.client->connectToHost();
+        QTRY_VERIFY(session.trace.endsWith("m:a/y=3"));
+        QCOMPARE(seen, QStringList({"a/x=1 retained", "a/y=3"}));
     }
 
     void burstStaysWithinWindow()

@@ -1,0 +1,148 @@
+#include "views.h"
+
+#include <QJsonArray>
+#include <QMap>
+#include <QStringList>
+
+#include <algorithm>
+#include <cmath>
+#include <tuple>
+
+namespace Ctl
+{
+
+namespace
+{
+
+struct Band {
+    int firstMhz;
+    int lastMhz;
+    int zeroMhz; // of channel 0
+    const char* name;
+};
+
+constexpr Band bands[] = {
+    {2412, 2472, 2407, "2.4 GHz"},
+    {2484, 2484, 2414, "2.4 GHz"}, // channel 14
+    {5160, 5885, 5000, "5 GHz"},
+    {5955, 7115, 5950, "6 GHz"},
+};
+
+double cents(double value)
+{
+    return std::round(value * 100) / 100;
+}
+
+// The service counts in 32 bits and reads them as signed.
+double megabytesOf(const QJsonValue& value)
+{
+    constexpr double wrap = 4294.97;
+    return value.toDouble() < 0 ? value.toDouble() + wrap : value.toDouble();
+}
+
+using Members = QMap<QString, QString>;
+
+void flatten(const QJsonValue& value, const QString& path, Members& members)
+{
+    if (value.isObject()) {
+        const QJsonObject object = value.toObject();
+        for (auto member = object.begin(); member != object.end(); ++member) {
+            const QString name = member.key();
+            const bool isTold = object.contains(name + "Str") // its word is enough
+                || name == "accessPoints" || name == "referenceAP"; // these are in "wifi/aps"
+            if (!isTold)
+                flatten(member.value(), path.isEmpty() ? name : path + '.' + name, members);
+        }
+    } else if (value.isArray() && value[0].isObject()) {
+        for (const QJsonValue& entry : entriesOf(value)) {
+            const QString address = entry["hardwareAddress"].toString();
+            flatten(entry, path + '[' + (address.isEmpty() ? entry["ssid"].toString() : address) + ']',
+                    members);
+        }
+    } else {
+        members[path] = textOf(value);
+    }
+}
+
+} // namespace
+
+QJsonObject withoutSecrets(QJsonObject document)
+{
+    for (const char* name : {"key", "password", "pin"}) {
+        if (!document.value(name).toString().isEmpty())
+            document.insert(name, "******");
+    }
+    return document;
+}
+
+QVector<QJsonObject> networksOf(const QJsonObject& networks, const QJsonObject& state)
+{
+    QVector<QJsonObject> result;
+    for (const QJsonValue& network : entriesOf(networks["networks"])) {
+        const QJsonValue point = network["referenceAP"];
+        const int mhz = point["frequency"].toInt();
+        const auto* const band
+            = std::find_if(std::begin(bands), std::end(bands), [mhz](const Band& candidate) {
+                  return mhz >= candidate.firstMhz && mhz <= candidate.lastMhz;
+              });
+        const bool known = band != std::end(bands);
+        constexpr int spacing = 5; // MHz between channels
+        result.append({
+            {"interface", networks["interface"]},
+            {"ssid", network["ssid"]},
+            {"inUse",
+             state["stateStr"] == QJsonValue("Connected") && valueAt(state, "ap.ssid") == network["ssid"]},
+            {"signal", network["signalStrength"]},
+            {"security", point["security"].toString("unknown")},
+            {"channel", known ? QJsonValue((mhz - band->zeroMhz) / spacing) : QJsonValue()},
+            {"band", known ? QJsonValue(band->name) : QJsonValue()},
+            {"accessPoints", network["accessPoints"].toArray().size()},
+        });
+    }
+    const auto rank
+        = [](const QJsonObject& n) { return std::tuple(-n["signal"].toInt(), n["ssid"].toString()); };
+    std::sort(result.begin(), result.end(), [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+    return result;
+}
+
+QJsonObject signalOf(const QJsonObject& state)
+{
+    return {{"interface", state["interface"]},
+            {"signal", state["signal"].toInt()},
+            {"accessTechnologies", state["accessTechnologies"].toArray()},
+            {"operator", valueAt(state, "gsm.operatorName").toString()}};
+}
+
+QJsonObject usageOf(const QJsonObject& stats)
+{
+    QJsonArray months;
+    double download = 0;
+    double upload = 0;
+    for (auto month = stats.begin(); month != stats.end(); ++month) {
+        const double down = megabytesOf(month.value()["download"]);
+        const double up = megabytesOf(month.value()["upload"]);
+        months.append(QJsonObject {{"month", month.key()}, {"download", cents(down)}, {"upload", cents(up)}});
+        download += down;
+        upload += up;
+    }
+    return {{"months", months}, {"download", cents(download)}, {"upload", cents(upload)}};
+}
+
+QVector<Difference> differences(const QJsonObject& before, const QJsonObject& now)
+{
+    Members old;
+    Members present;
+    flatten(before, {}, old);
+    flatten(now, {}, present);
+    QStringList members = old.keys() + present.keys();
+    members.sort();
+    members.removeDuplicates();
+    QVector<Difference> result;
+    for (const QString& member : members) {
+        if (old.value(member) != present.value(member))
+            result.append({printable(member), old.value(member), present.value(member)});
+    }
+    return result;
+}
+
+} // namespace Ctl

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QMap>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+class QSettings;
+
+namespace Ctl
+{
+
+/** One field of a "set" command. */
+struct Field {
+    const char* name;
+    const char* key; // in the configuration file
+    bool secret = false;
+};
+
+/** @return the fields of a kind of devices, in the order of the documentation; none for an unknown kind */
+const QVector<Field>& fieldsOf(const QString& kind);
+
+using Record = QMap<QString, QString>; // values by field
+
+/** The configuration before the change, as far as it is known. */
+struct Present {
+    Record record;
+    QSet<QString> unknown; // fields that may have another value
+    QString doubt; // why
+    QString note; // what else to know before the change
+};
+
+/** The record of the service's own configuration file. */
+Present presentOf(const QString& kind, const QSettings& file);
+
+/**
+ * What NetworkManager's first available profile says, which need not be the configured one.
+ *
+ * @param config  answer to a question for the configuration
+ * @param state   answer to one for the state of the same device
+ * @param status  the overall status, for the name of the primary connection
+ */
+Present presentOf(const QString& kind, const QJsonObject& config, const QJsonObject& state,
+                  const QJsonObject& status);
+
+struct Change {
+    QString field;
+    QString from;
+    QString to;
+};
+
+struct Merged {
+    QString problem; // why nothing can be sent; empty for none
+    Record record; // every field: the command empties those it does not name
+    QVector<Change> changes;
+};
+
+/**
+ * The record to send: the present values with the given ones in their place.
+ *
+ * @param given    fields named by the user; "address" may be followed by a prefix length
+ * @param replace  whether fields that are not given are emptied
+ */
+Merged merge(const QString& kind, const Present& present, const Record& given, bool replace);
+
+} // namespace Ctl

@@ -1,0 +1,116 @@
+#include "outcome.h"
+
+#include "text.h"
+
+#include <algorithm>
+
+namespace Ctl
+{
+
+namespace
+{
+
+enum State { Unavailable = 0, Disconnected, Disconnecting, Connecting, Connected };
+
+struct Reason {
+    const char* word;
+    const char* text;
+};
+
+constexpr Reason reasons[] = {
+    {"NoSecretsReason", "the key or password is wrong or missing"},
+    {"AuthSupplicantDisconnectReason", "the access point refused, the key may be wrong"},
+    {"AuthSupplicantConfigFailedReason", "the key does not fit the network's security"},
+    {"AuthSupplicantFailedReason", "the access point refused, the key may be wrong"},
+    {"AuthSupplicantTimeoutReason", "the access point did not answer in time, the key may be wrong"},
+    {"DhcpFailedReason", "there is no DHCP server that answers"},
+    {"SsidNotFound", "the network was not found"},
+    {"CarrierReason", "no cable"},
+    {"GsmSimPinRequired", "the SIM wants its PIN"},
+    {"SimPinIncorrect", "the PIN is wrong"},
+    {"GsmSimPukRequired", "the SIM wants its PUK"},
+    {"GsmSimNotInserted", "there is no SIM"},
+    {"GsmRegistrationDeniedReason", "the mobile network refused the SIM"},
+    {"ModemManagerUnavailable", "ModemManager is not running"},
+};
+
+// Reasons that go with a new connection or with none.
+constexpr const char* harmless[] = {"UnknownReason",           "NoReason",      "unknown",
+                                    "ConnectionAssumedReason", "NewActivation", "SupplicantAvailableReason",
+                                    "ModemAvailable",          "ParentChanged", "ParentManagedChanged"};
+
+bool isFailure(const QJsonObject& state)
+{
+    const QString reason = state["reasonStr"].toString();
+    return state["state"].toInt() <= Disconnected
+        && std::none_of(std::begin(harmless), std::end(harmless),
+                        [&](const char* word) { return reason == word; });
+}
+
+bool fits(const Wanted& wanted, const QJsonObject& state)
+{
+    if (wanted.kind == "wifi" && valueAt(state, "ap.ssid").toString() != wanted.record["ssid"])
+        return false;
+    return wanted.record["method"] != "manual"
+        || valueAt(state, "ipv4.address") == QJsonValue(wanted.record["address"]);
+}
+
+QString connectedText(const QJsonObject& state)
+{
+    const QString address = textAt(state, "ipv4.address");
+    return address.isEmpty() ? QString("Connected") : "Connected, " + address;
+}
+
+QString notAsWanted(const Wanted& wanted, const QJsonObject& state)
+{
+    const QString ssid = textAt(state, "ap.ssid");
+    if (wanted.kind == "wifi" && ssid != wanted.record["ssid"])
+        return QString("connected to '%1', '%2' may be out of range").arg(ssid, wanted.record["ssid"]);
+    return QString("still has the address %1, see the service's log").arg(textAt(state, "ipv4.address"));
+}
+
+} // namespace
+
+QString reasonText(const QString& reasonWord)
+{
+    const auto* const reason
+        = std::find_if(std::begin(reasons), std::end(reasons),
+                       [&](const Reason& candidate) { return reasonWord == candidate.word; });
+    return reason == std::end(reasons) ? reasonWord : QString("%1 (%2)").arg(reason->text, reasonWord);
+}
+
+Judgement judge(const Wanted& wanted, const Story& story)
+{
+    if (!story.refusal.isEmpty())
+        return {Verdict::Refused, story.refusal};
+    bool moved = false;
+    for (const QJsonObject& state : story.states) {
+        const int number = state["state"].toInt();
+        // The first failure counts: another connection may come up by itself afterwards.
+        if (moved && isFailure(state))
+            return {Verdict::Failed, "Failed: " + reasonText(textAt(state, "reasonStr"))};
+        moved = moved || number == Connecting || number == Disconnecting;
+    }
+    if (!story.carriedOut || story.states.isEmpty())
+        return {};
+
+    const QJsonObject& last = story.states.last();
+    const int number = last["state"].toInt();
+    if (number == Connected && fits(wanted, last)) {
+        if (moved)
+            return {Verdict::Connected, connectedText(last)};
+        if (!wanted.changes || story.settled)
+            return {Verdict::Unchanged, "As before: " + connectedText(last)};
+        return {};
+    }
+    if (!moved && number <= Disconnected && last["reasonStr"] == QJsonValue("CarrierReason"))
+        return {Verdict::Failed, "Saved, but not connected: no cable"};
+    const bool isElsewhere = number == Connected && wanted.kind == "wifi" && moved;
+    if (number == Connected && (story.settled || isElsewhere))
+        return {Verdict::Failed, "Saved, but " + notAsWanted(wanted, last)};
+    if (story.settled && number <= Disconnected)
+        return {Verdict::Failed, "Saved, but not connected: " + reasonText(textAt(last, "reasonStr"))};
+    return {};
+}
+
+} // namespace Ctl

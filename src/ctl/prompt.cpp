@@ -1,0 +1,81 @@
+#include "prompt.h"
+
+#include <QFile>
+#include <QTextStream>
+
+#include <csignal>
+
+#include <termios.h>
+#include <unistd.h>
+
+namespace Ctl
+{
+
+namespace
+{
+
+termios before; // what the signal handler gives back to the terminal
+
+void onSignal(int number)
+{
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    signal(number, SIG_DFL);
+    raise(number);
+}
+
+QString readLine()
+{
+    QTextStream in(stdin);
+    return in.readLine();
+}
+
+} // namespace
+
+bool canAsk()
+{
+    return isatty(STDIN_FILENO) != 0;
+}
+
+QString askSecret(const QString& question)
+{
+    QTextStream(stderr) << question << Qt::flush;
+    if (tcgetattr(STDIN_FILENO, &before) != 0)
+        return {};
+    // Stopping with Ctrl-Z would leave the terminal to the shell without echo, and come back with it.
+    const auto stop = signal(SIGTSTP, SIG_IGN);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        signal(number, onSignal);
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+
+    QString line = readLine();
+
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        signal(number, SIG_DFL);
+    signal(SIGTSTP, stop);
+    QTextStream(stderr) << '\n';
+    return line;
+}
+
+bool askConsent(const QString& question)
+{
+    QTextStream(stderr) << question << " [y/N] " << Qt::flush;
+    return readLine().trimmed().startsWith(QLatin1Char('y'), Qt::CaseInsensitive);
+}
+
+QString readFirstLine(const QString& fileName, QString& line)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString("Cannot read %1: %2.").arg(fileName, file.errorString());
+    constexpr int longest = 65536;
+    QByteArray bytes = file.readLine(longest);
+    while (bytes.endsWith('\n') || bytes.endsWith('\r'))
+        bytes.chop(1);
+    line = QString::fromUtf8(bytes);
+    return {};
+}
+
+} // namespace Ctl

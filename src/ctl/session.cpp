@@ -1,0 +1,173 @@
+#include "session.h"
+
+#include <QMqttSubscription>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <algorithm>
+
+namespace Ctl
+{
+
+Session::Session(const Options& options_, QObject* parent)
+    : QObject(parent)
+    , options(options_)
+{
+    client.setHostname(options.host);
+    client.setPort(options.port);
+    client.setUsername(options.user);
+    client.setPassword(options.password);
+    client.setKeepAlive(60);
+}
+
+bool Session::isOpen() const
+{
+    return client.state() == QMqttClient::Connected;
+}
+
+QString Session::open()
+{
+    client.connectToHost();
+    wait(options.answerMs, [this] { return client.state() != QMqttClient::Connecting; });
+    if (isOpen())
+        return {};
+    const QString broker = QString("%1:%2").arg(options.host).arg(options.port);
+    return QString("No session with the broker %1: %2.").arg(broker, explain());
+}
+
+QString Session::explain() const
+{
+    if (client.state() == QMqttClient::Connecting)
+        return "it does not answer";
+    switch (client.error()) {
+    case QMqttClient::BadUsernameOrPassword:
+        return "user name or password is wrong";
+    case QMqttClient::NotAuthorized:
+        return "not authorised";
+    case QMqttClient::ServerUnavailable:
+        return "it is not available";
+    case QMqttClient::TransportInvalid:
+        break;
+    default:
+        return "it does not speak MQTT 3.1.1";
+    }
+    // The client does not say why; the system does, when it is asked once more.
+    QTcpSocket socket;
+    socket.connectToHost(options.host, options.port);
+    if (socket.waitForConnected(options.answerMs))
+        return "it closed the connection";
+    return socket.errorString().toLower();
+}
+
+void Session::subscribe(const QStringList& topics)
+{
+    QVector<QMqttSubscription*> subscriptions;
+    const QString base = options.base + '/';
+    for (const QString& topic : topics) {
+        QMqttSubscription* const subscription = client.subscribe(base + topic);
+        if (subscription == nullptr || subscription->state() == QMqttSubscription::Subscribed)
+            continue;
+        subscriptions.append(subscription);
+        connect(subscription, &QMqttSubscription::messageReceived, this,
+                [this, base](const QMqttMessage& message) {
+                    received.append({message.topic().name().mid(base.size()), message.payload(),
+                                     QJsonDocument::fromJson(message.payload()).object(), message.retain()});
+                    const Message copy = received.last(); // a slot may lead to more of them
+                    Q_EMIT arrived(copy);
+                });
+    }
+    wait(options.answerMs, [&subscriptions] {
+        return std::none_of(subscriptions.begin(), subscriptions.end(),
+                            [](const QMqttSubscription* subscription) {
+                                return subscription->state() == QMqttSubscription::SubscriptionPending;
+                            });
+    });
+}
+
+void Session::send(const QString& topic, const QJsonObject& payload)
+{
+    client.publish(options.base + '/' + topic,
+                   payload.isEmpty() ? QByteArray() : QJsonDocument(payload).toJson(QJsonDocument::Compact));
+}
+
+bool Session::wait(int ms, const std::function<bool()>& condition)
+{
+    QElapsedTimer waited;
+    waited.start();
+    QTimer wakeUp;
+    wakeUp.start(ms);
+    const auto state = client.state();
+    while (!condition()) {
+        if (waited.hasExpired(ms) || (state == QMqttClient::Connected && !isOpen()))
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+QVector<Answer> Session::ask(const QVector<Query>& queries)
+{
+    QStringList topics = {"error", "info"};
+    for (const Query& query : queries)
+        topics.append(query.topic);
+    subscribe(topics);
+
+    const int from = received.size();
+    const Query last = {"info", {}};
+    for (const Query& query : queries) {
+        if (query.topic != last.topic)
+            send(query.topic + "/get",
+                 query.interface.isEmpty() ? QJsonObject() : QJsonObject {{"interface", query.interface}});
+    }
+    send(last.topic + "/get");
+
+    const auto complete = [&] {
+        return std::all_of(queries.begin(), queries.end(),
+                           [&](const Query& query) { return find(query, from).came; });
+    };
+    const auto handled = [&] { return find(last, from).came; };
+    // A document that the access list keeps from us would never come.
+    constexpr int straggleMs = 1000;
+    if (wait(options.answerMs, [&] { return handled() || complete(); }))
+        wait(straggleMs, complete);
+    QVector<Answer> answers;
+    for (const Query& query : queries)
+        answers.append(find(query, from));
+    answered = answered || handled()
+        || std::any_of(answers.begin(), answers.end(), [](const Answer& answer) { return answer.came; });
+    return answers;
+}
+
+Answer Session::find(const Query& query, int from) const
+{
+    for (int i = from; i < received.size(); ++i) {
+        const Message& message = received.at(i);
+        if (message.retained)
+            continue;
+        const QString interface = message.document.value("interface").toString();
+        if (message.topic == query.topic
+            && (query.interface.isEmpty() || interface.isEmpty() || interface == query.interface))
+            return {true, message.document, {}};
+        const QString error = message.document.value("error").toString();
+        if (message.topic == "error" && message.document.value("command").toString() == query.topic + "/get"
+            && (!error.startsWith("Invalid device") || error.endsWith(": " + query.interface)))
+            return {true, {}, error};
+    }
+    return {};
+}
+
+QVector<QJsonObject> Session::retained(const QString& topic) const
+{
+    QVector<QJsonObject> documents;
+    for (const Message& message : received) {
+        if (message.retained && message.topic == topic)
+            documents.append(message.document);
+    }
+    return documents;
+}
+
+} // namespace Ctl
