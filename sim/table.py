@@ -6,6 +6,7 @@ a rule may refuse, delay or drop it. Messages are handled as they are on the wir
 import collections
 import dataclasses
 import fnmatch
+import functools
 import ipaddress
 import sys
 import traceback
@@ -74,6 +75,11 @@ def run(item, steps, slot="script"):
     GLib.timeout_add(0, advance)
 
 
+@functools.cache
+def _empty(interface):
+    return {name: typed(signature) for name, signature in SIGNATURES[interface].items()}
+
+
 class Item:
     """One object. `tables` has what the bus sees of it, further attributes what only the simulation knows."""
 
@@ -88,8 +94,7 @@ class Item:
     def begin(self, **values):
         """Gives properties these values, and all others empty ones; to be called while it is not on the bus."""
         for interface in self.tables:
-            empty = {name: typed(signature) for name, signature in SIGNATURES[interface].items()}
-            self.tables[interface] = dbus.Dictionary(empty, signature="sv")
+            self.tables[interface] = dbus.Dictionary(_empty(interface), signature="sv")
         self.put(**values)
         return self
 
