@@ -8,6 +8,8 @@
 namespace Lanvoy
 {
 
+using NetworkManager::Device;
+
 Engine::Engine(const QString& configFile, QObject* parent)
     : QObject(parent)
     , statsStore(QStringLiteral("./stats/modem.ini"), QSettings::IniFormat)
@@ -40,11 +42,30 @@ void Engine::onIPCConnected(const QString& server)
 {
     log(Log::Info, "IPC Connected to %s", qPrintable(server));
     reload();
+    reportStatus();
 }
 
 void Engine::onIPCDiscconnected()
 {
     log(Log::Info, "IPC Disconnected.");
+    reportStatus();
+}
+
+void Engine::reportStatus()
+{
+    if (!serviceStatus.isWanted())
+        return;
+    QString line = ipc->hasSession() ? QStringLiteral("Connected to the broker at %1")
+                                     : QStringLiteral("No connection to the broker at %1");
+    line = line.arg(configuration->mqtt().url);
+    const Device::List devices
+        = ipc->bus().isStarted() ? NetworkManager::networkInterfaces() : Device::List();
+    for (const Device::Ptr& device : devices) {
+        if (QList<Device::Type> {Device::Ethernet, Device::Wifi, Device::Modem}.contains(device->type()))
+            line += QStringLiteral("; %1: %2")
+                        .arg(device->interfaceName(), deviceStateToString(mapDeviceState(device->state())));
+    }
+    serviceStatus.report(line);
 }
 
 // Without the bus the libraries would go on showing what they last knew. The unit starts a new process.

@@ -242,12 +242,14 @@ void Engine::onDeviceAdded(const QString& uni)
     QTimer::singleShot(addedDeviceDelayMs, this, [this, device, instance = ipc->bus().networkManager()] {
         if (ipc->bus().libraryHasRead(instance))
             reloadDevice(device);
+        reportStatus();
     });
 }
 
 void Engine::onDeviceRemoved(const QString& uni)
 {
     log(Log::Info, "Device removed: %s", qPrintable(uni));
+    reportStatus();
 }
 
 void Engine::onDeviceStateChanged(Device::State newstate, Device::State oldstate,
@@ -265,6 +267,7 @@ void Engine::onDeviceStateChanged(Device::State newstate, Device::State oldstate
     ipc->publishDeviceState(device);
     if (device->type() == Device::Modem)
         followModemStats(state);
+    reportStatus();
 }
 
 void Engine::onDeviceManagedChanged()
