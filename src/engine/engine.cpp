@@ -21,6 +21,8 @@ Engine::Engine(const QString& configFile, QObject* parent)
     connect(ipc.data(), &IPC::disconnected, this, &Engine::onIPCDiscconnected);
     connect(ipc.data(), &IPC::commandReceived, this, &Engine::onIPCCommandReceived);
     connect(&ipc->bus(), &BusWatch::disconnected, this, &Engine::onBusDisconnected);
+    if (qgetenv("LANVOY_FOLLOW") == "1")
+        follower.reset(new Follower(*ipc));
     wireStatsTimer();
     pruneStats();
 }
@@ -29,6 +31,7 @@ Engine::~Engine()
 {
     commands.clear();
     scanTimer.reset();
+    follower.reset();
     ipc.reset();
     configuration.reset();
 }

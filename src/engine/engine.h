@@ -1,6 +1,7 @@
 #pragma once
 
 #include "config/config.h"
+#include "follower.h"
 #include "ipc/ipc.h"
 #include "log/log.h"
 #include "servicestatus.h"
@@ -209,6 +210,7 @@ private:
     QSettings statsStore; // one group per month
     QScopedPointer<Config> configuration;
     QScopedPointer<IPC> ipc;
+    QScopedPointer<Follower> follower; // null unless LANVOY_FOLLOW asks for it
     ServiceStatus serviceStatus;
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;

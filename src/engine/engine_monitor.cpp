@@ -26,6 +26,8 @@ void Engine::reload()
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
+    if (follower)
+        follower->start();
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
         if (!device->isValid() || isLoopback(device))
@@ -85,6 +87,8 @@ void Engine::reloadDevice(const DevicePtr& device)
         log(Log::Warning, "Skipping device: %s", qPrintable(device->interfaceName()));
         break;
     }
+    if (follower)
+        follower->deviceLoaded(device);
 }
 
 void Engine::monitorDevice(const DevicePtr& device)
