@@ -1,4 +1,6 @@
 """Retained documents stay true with LANVOY_FOLLOW=1: after each event they are what a query would answer."""
+import re
+
 import pytest
 from conftest import NM, PROFILE, until
 
@@ -159,6 +161,26 @@ def test_event(world, event, topic, shows, topics):
             assert before[-1:] != [message.text]
     if event is changed_by_others:  # the other one is rest()'s
         assert requests == 2
+
+
+def test_storm(world):
+    """However many events there are, a round comes at most each 200 ms, or when the pause of the scan lists ends."""
+    follow(world)
+    begun, published = len(world.service.log), len(world.client.messages)
+    for turn in range(20):
+        world.sim.strength_burst(10)
+        for state in (30, 40) * 5:
+            world.sim.set_device_state("br0", state)
+        world.sim.add_access_point(ssid=f"New {turn}")
+        world.client.settle()
+    world.rest()
+    log = world.service.log[begun:]
+    times = [float(t) for t in re.findall(r"\[ *(\d+\.\d+)\] \[Follower\]", log)]
+    rounds, seconds = log.count("Checked: "), times[-1] - times[0]
+    assert rounds <= seconds * 5.5 + 1
+    lists = [m for m in world.client.documents(published) if m.topic == "wifi/aps"]
+    assert 0 < len(lists) <= seconds / 2 + 2
+    assert world.wrong_documents() == []
 
 
 @pytest.mark.parametrize("value", [None, "", "0", "yes"])
