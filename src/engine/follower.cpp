@@ -100,6 +100,7 @@ void Follower::deviceLoaded(const Device::Ptr& device)
         followWired(*wired);
     else if (const auto wireless = device.objectCast<WirelessDevice>())
         followWireless(*wireless);
+    markStatus(); // the states that it has had before were not followed
 }
 
 void Follower::followWired(const WiredDevice& device)
@@ -159,7 +160,7 @@ void Follower::mark(Part part, const QString& uni)
     if (marks.empty() && round.empty())
         log(Log::Debug, "Something has changed.");
     marks.insert({part, uni});
-    if (!timer.isActive())
+    if (!timer.isActive() && !(part == Scan && scanPause.isActive()))
         timer.start(roundDelayMs);
 }
 
