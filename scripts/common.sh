@@ -3,7 +3,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libkf5networkmanagerqt-dev modemmanager-qt-dev
-    libmosquitto-dev)
+    libmosquitto-dev libsystemd-dev)
 # The simulated gateway, the broker, and the programs that show its messages.
 run_packages=(dbus gir1.2-nm-1.0 mosquitto mosquitto-clients python3 python3-dbus python3-gi python3-paho-mqtt)
 test_packages=(clang-format python3-yaml python3-pytest python3-pytest-timeout python3-jsonschema network-manager iproute2)

@@ -8,6 +8,8 @@
 namespace Lanvoy
 {
 
+using NetworkManager::Device;
+
 Engine::Engine(const QString& configFile, QObject* parent)
     : QObject(parent)
     , statsStore(QStringLiteral("./stats/modem.ini"), QSettings::IniFormat)
@@ -19,6 +21,8 @@ Engine::Engine(const QString& configFile, QObject* parent)
     connect(ipc.data(), &IPC::disconnected, this, &Engine::onIPCDiscconnected);
     connect(ipc.data(), &IPC::commandReceived, this, &Engine::onIPCCommandReceived);
     connect(&ipc->bus(), &BusWatch::disconnected, this, &Engine::onBusDisconnected);
+    if (qgetenv("LANVOY_FOLLOW") == "1")
+        follower.reset(new Follower(*ipc));
     wireStatsTimer();
     pruneStats();
 }
@@ -27,6 +31,7 @@ Engine::~Engine()
 {
     commands.clear();
     scanTimer.reset();
+    follower.reset();
     ipc.reset();
     configuration.reset();
 }
@@ -40,11 +45,30 @@ void Engine::onIPCConnected(const QString& server)
 {
     log(Log::Info, "IPC Connected to %s", qPrintable(server));
     reload();
+    reportStatus();
 }
 
 void Engine::onIPCDiscconnected()
 {
     log(Log::Info, "IPC Disconnected.");
+    reportStatus();
+}
+
+void Engine::reportStatus()
+{
+    if (!serviceStatus.isWanted())
+        return;
+    QString line = ipc->hasSession() ? QStringLiteral("Connected to the broker at %1")
+                                     : QStringLiteral("No connection to the broker at %1");
+    line = line.arg(configuration->mqtt().url);
+    const Device::List devices
+        = ipc->bus().isStarted() ? NetworkManager::networkInterfaces() : Device::List();
+    for (const Device::Ptr& device : devices) {
+        if (QList<Device::Type> {Device::Ethernet, Device::Wifi, Device::Modem}.contains(device->type()))
+            line += QStringLiteral("; %1: %2")
+                        .arg(device->interfaceName(), deviceStateToString(mapDeviceState(device->state())));
+    }
+    serviceStatus.report(line);
 }
 
 // Without the bus the libraries would keep showing their last values. The unit starts a new process.

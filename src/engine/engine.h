@@ -1,8 +1,10 @@
 #pragma once
 
 #include "config/config.h"
+#include "follower.h"
 #include "ipc/ipc.h"
 #include "log/log.h"
+#include "servicestatus.h"
 #include "types/lanvoytypes.h"
 
 #include <NetworkManagerQt/ActiveConnection>
@@ -201,12 +203,15 @@ private:
     ModemStats getModemStats(const QSharedPointer<NetworkManager::ModemDevice>& device);
 
     void onBusDisconnected();
+    void reportStatus();
     static void log(Log::Level level, const char* format, ...) Q_ATTRIBUTE_FORMAT_PRINTF(2, 3);
 
     QTimer statsTimer;
     QSettings statsStore; // one group per month
     QScopedPointer<Config> configuration;
     QScopedPointer<IPC> ipc;
+    QScopedPointer<Follower> follower; // null unless LANVOY_FOLLOW asks for it
+    ServiceStatus serviceStatus;
     QScopedPointer<QTimer> scanTimer; // null until a wifi device is wired
     QMap<QString, CommandHandler> commands;
 };

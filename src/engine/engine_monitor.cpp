@@ -26,6 +26,8 @@ void Engine::reload()
     ipc->publishNetworkStatus();
     ipc->publishNetworkInfo();
     monitorNetwork();
+    if (follower)
+        follower->start();
     const Device::List devices = NetworkManager::networkInterfaces();
     for (const Device::Ptr& device : devices) {
         if (!device->isValid() || isLoopback(device))
@@ -85,6 +87,8 @@ void Engine::reloadDevice(const DevicePtr& device)
         log(Log::Warning, "Skipping device: %s", qPrintable(device->interfaceName()));
         break;
     }
+    if (follower)
+        follower->deviceLoaded(device);
 }
 
 void Engine::monitorDevice(const DevicePtr& device)
@@ -241,12 +245,14 @@ void Engine::onDeviceAdded(const QString& uni)
     QTimer::singleShot(addedDeviceDelayMs, this, [this, device, instance = ipc->bus().networkManager()] {
         if (ipc->bus().libraryHasRead(instance))
             reloadDevice(device);
+        reportStatus();
     });
 }
 
 void Engine::onDeviceRemoved(const QString& uni)
 {
     log(Log::Info, "Device removed: %s", qPrintable(uni));
+    reportStatus();
 }
 
 void Engine::onDeviceStateChanged(Device::State newstate, Device::State oldstate,
@@ -264,6 +270,7 @@ void Engine::onDeviceStateChanged(Device::State newstate, Device::State oldstate
     ipc->publishDeviceState(device);
     if (device->type() == Device::Modem)
         followModemStats(state);
+    reportStatus();
 }
 
 void Engine::onDeviceManagedChanged()

@@ -18,6 +18,7 @@ constexpr char ip4ConfigInterface[] = "org.freedesktop.NetworkManager.IP4Config"
 constexpr char modemManagerService[] = "org.freedesktop.ModemManager1";
 constexpr char modemInterface[] = "org.freedesktop.ModemManager1.Modem";
 constexpr char propertiesInterface[] = "org.freedesktop.DBus.Properties";
+constexpr char objectManagerInterface[] = "org.freedesktop.DBus.ObjectManager";
 
 /** The present owner of NetworkManager's name, empty without one; nothing if the bus could not tell. */
 std::optional<QString> ownerNow()
@@ -108,9 +109,21 @@ void BusWatch::followProperties()
     bus.connect(modemManagerService, anyPath, propertiesInterface, QStringLiteral("PropertiesChanged"),
                 QStringList(modemInterface), anySignature, this,
                 SLOT(onModemChanged(QString, QVariantMap, QStringList, QDBusMessage)));
-    bus.connect(modemManagerService, anyPath, QStringLiteral("org.freedesktop.DBus.ObjectManager"),
-                QStringLiteral("InterfacesRemoved"), this,
-                SLOT(onModemInterfacesRemoved(QDBusObjectPath, QStringList)));
+    bus.connect(modemManagerService, anyPath, objectManagerInterface, QStringLiteral("InterfacesRemoved"),
+                this, SLOT(onModemInterfacesRemoved(QDBusObjectPath, QStringList)));
+}
+
+void BusWatch::followModems()
+{
+    QDBusConnection bus = QDBusConnection::systemBus();
+    const QString anyPath;
+    for (const char* interface :
+         {"org.freedesktop.ModemManager1.Modem.Modem3gpp", "org.freedesktop.ModemManager1.Modem.ModemCdma",
+          "org.freedesktop.ModemManager1.Sim"})
+        bus.connect(modemManagerService, anyPath, propertiesInterface, QStringLiteral("PropertiesChanged"),
+                    QStringList(interface), QString(), this, SIGNAL(modemChanged()));
+    bus.connect(modemManagerService, anyPath, objectManagerInterface, QStringLiteral("InterfacesAdded"), this,
+                SIGNAL(modemChanged()));
 }
 
 bool BusWatch::libraryHasRead(const QString& instance)
@@ -156,6 +169,7 @@ void BusWatch::onNetworkManagerChanged(const QString& interface, const QVariantM
         return;
     ipv4Changed = true;
     ipv4.clear();
+    Q_EMIT ipv4ConfigChanged();
 }
 
 void BusWatch::onModemChanged(const QString& /*interface*/, const QVariantMap& changed,
@@ -173,12 +187,14 @@ void BusWatch::onModemChanged(const QString& /*interface*/, const QVariantMap& c
         modems[message.path()].signalQuality = percent;
         Q_EMIT signalQualityChanged(message.path(), percent);
     }
+    Q_EMIT modemChanged();
 }
 
 void BusWatch::onModemInterfacesRemoved(const QDBusObjectPath& modem, const QStringList& interfaces)
 {
     if (interfaces.contains(QLatin1String(modemInterface)))
         modems.remove(modem.path());
+    Q_EMIT modemChanged();
 }
 
 } // namespace Lanvoy

@@ -38,6 +38,12 @@ public:
     /** Starts watching, which must come before the first use of the libraries; later calls do nothing. */
     void start();
 
+    /** Whether start() was called, and the libraries with it may be in use. */
+    bool isStarted() const { return started; }
+
+    /** Has modemChanged() report all of a modem's values, not only those of the watch's own signals. */
+    void followModems();
+
     /** The unique bus name of NetworkManager as last announced; empty while it does not run. */
     QString networkManager() const { return owner; }
 
@@ -76,6 +82,11 @@ Q_SIGNALS:
     /** ModemManager announced a new value for the modem at the D-Bus path @p modem. */
     void accessTechnologiesChanged(const QString& modem, QFlags<MMModemAccessTechnology> technologies);
     void signalQualityChanged(const QString& modem, uint quality);
+    /** NetworkManager announced another IPv4 configuration of a device or connection, or a change inside one.
+     */
+    void ipv4ConfigChanged();
+    /** ModemManager announced a change of some modem, its SIM or its network. */
+    void modemChanged();
     /** The bus has closed the connection; QtDBus does not open another one. */
     void disconnected();
 

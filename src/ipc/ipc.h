@@ -10,10 +10,14 @@
 #include <QMqttTopicName>
 
 #include <QByteArray>
+#include <QHash>
 #include <QJsonObject>
 #include <QMap>
 #include <QObject>
 #include <QString>
+
+#include <cstddef>
+#include <functional>
 
 class QTimer;
 
@@ -39,6 +43,20 @@ public:
 
     /** The watch over the system bus that the documents use; the engine starts it. */
     BusWatch& bus() { return watch; }
+
+    /** Whether documents reach the broker now. */
+    bool hasSession() const;
+
+    /** Has the object remember what it publishes, as publishChanges() needs. */
+    void rememberPublished() { remembers = true; }
+
+    /**
+     * Calls @p publish, and publishes of its retained documents only those that differ from the last one that
+     * this session has seen on the same topic for the same interface.
+     *
+     * @return how many documents were published
+     */
+    int publishChanges(const std::function<void()>& publish);
 
 Q_SIGNALS:
     // The order of signals and slots is part of the interface: it is the order of the method table.
@@ -89,8 +107,9 @@ private Q_SLOTS:
 private:
     void onConnectTimeout();
     void publish(const QString& topic, const QByteArray& data, int qos, bool retain);
-    void publish(const Topic& topic, const QByteArray& data);
-    void publish(const Topic& topic, const QJsonObject& document);
+    void publish(const Topic& topic, const QByteArray& data, const QString& interface = QString());
+    void publish(const Topic& topic, const QJsonObject& document, const QString& interface = QString());
+    bool isRepetition(const Topic& topic, const QByteArray& data, const QString& interface);
     void subscribe(const QString& topic);
     QString topicBase() const;
     void log(Log::Level level, const char* format, ...) Q_ATTRIBUTE_FORMAT_PRINTF(3, 4);
@@ -100,6 +119,10 @@ private:
     QTimer* connectTimer = nullptr; // likewise; null until the first connect()
     bool logEnabled = true;
     BusWatch watch;
+    bool remembers = false;
+    bool changesOnly = false; // what is published as it was is left out
+    int publishedCount = 0;
+    QHash<QString, std::size_t> lastPublished; // hashes of this session's documents, by topic and interface
 };
 
 } // namespace Lanvoy

@@ -32,6 +32,7 @@ IPC::IPC(Config* configuration, QObject* parent)
 void IPC::connect()
 {
     const Config::Mqtt& mqtt = config->mqtt();
+    lastPublished.clear();
     delete std::exchange(client, new QMqttClient(this));
     client->setHostname(mqtt.url);
     client->setPort(mqtt.port);
@@ -60,6 +61,11 @@ void IPC::onConnectTimeout()
     // Closing the transport ends the attempt: the client returns to Disconnected.
     if (QIODevice* transport = client->transport())
         transport->close();
+}
+
+bool IPC::hasSession() const
+{
+    return client->state() == QMqttClient::Connected;
 }
 
 void IPC::onMqttStateChanged(QMqttClient::ClientState state)

@@ -4,8 +4,10 @@
 #include "topics.h"
 
 #include <QJsonDocument>
+#include <QScopedValueRollback>
 
 #include <optional>
+#include <string_view>
 
 namespace Lanvoy
 {
@@ -92,39 +94,43 @@ void IPC::publishDeviceConfig(Device::Ptr dev)
 
 void IPC::publishEthernetState(NetworkManager::WiredDevice::Ptr dev)
 {
-    publish(Topics::ethernetState, ethernetStateDocument(*dev, watch));
+    publish(Topics::ethernetState, ethernetStateDocument(*dev, watch), dev->interfaceName());
 }
 
 void IPC::publishEthernetConfig(NetworkManager::WiredDevice::Ptr dev)
 {
+    const QString interface = dev->interfaceName();
     const HeldConfig held = heldConfig(*dev);
-    publish(Topics::ethernetConfig, ethernetConfigDocument(dev->interfaceName(), held.settings));
+    publish(Topics::ethernetConfig, ethernetConfigDocument(interface, held.settings), interface);
 }
 
 void IPC::publishWifiState(NetworkManager::WirelessDevice::Ptr dev)
 {
-    publish(Topics::wifiState, wifiStateDocument(*dev, watch));
+    publish(Topics::wifiState, wifiStateDocument(*dev, watch), dev->interfaceName());
 }
 
 void IPC::publishWifiConfig(NetworkManager::WirelessDevice::Ptr dev)
 {
+    const QString interface = dev->interfaceName();
     const HeldConfig held = heldConfig(*dev, Setting::WirelessSecurity);
-    publish(Topics::wifiConfig, wifiConfigDocument(dev->interfaceName(), held.settings, held.secrets));
+    publish(Topics::wifiConfig, wifiConfigDocument(interface, held.settings, held.secrets), interface);
 }
 
 void IPC::publishWifiAccessPoints(NetworkManager::WirelessDevice::Ptr dev)
 {
-    publish(Topics::wifiAccessPoints, accessPointsDocument(dev->interfaceName(), accessPointsOf(*dev)));
+    const QString interface = dev->interfaceName();
+    publish(Topics::wifiAccessPoints, accessPointsDocument(interface, accessPointsOf(*dev)), interface);
 }
 
 void IPC::publishWifiNetworks(NetworkManager::WirelessDevice::Ptr dev)
 {
-    publish(Topics::wifiNetworks, networksDocument(dev->interfaceName(), networksOf(*dev)));
+    const QString interface = dev->interfaceName();
+    publish(Topics::wifiNetworks, networksDocument(interface, networksOf(*dev)), interface);
 }
 
 void IPC::publishModemState(NetworkManager::ModemDevice::Ptr modem)
 {
-    publish(Topics::modemState, modemStateDocument(*modem, watch));
+    publish(Topics::modemState, modemStateDocument(*modem, watch), modem->interfaceName());
 }
 
 void IPC::publishModemStats(QMap<QString, QMap<QString, double>> stats)
@@ -134,13 +140,14 @@ void IPC::publishModemStats(QMap<QString, QMap<QString, double>> stats)
 
 void IPC::publishModemConfig(NetworkManager::ModemDevice::Ptr dev)
 {
+    const QString interface = dev->interfaceName();
     const HeldConfig held = heldConfig(*dev, Setting::Gsm);
-    publish(Topics::modemConfig, modemConfigDocument(dev->interfaceName(), held.settings, held.secrets));
+    publish(Topics::modemConfig, modemConfigDocument(interface, held.settings, held.secrets), interface);
 }
 
 void IPC::publishDeviceModemSignal(NetworkManager::ModemDevice::Ptr modem)
 {
-    publish(Topics::modemSignal, modemSignalDocument(*modem, watch));
+    publish(Topics::modemSignal, modemSignalDocument(*modem, watch), modem->interfaceName());
 }
 
 void IPC::publishError(const QString& command, const QString& error)
@@ -148,14 +155,38 @@ void IPC::publishError(const QString& command, const QString& error)
     publish(Topics::error, errorDocument(command, error));
 }
 
-void IPC::publish(const Topic& topic, const QByteArray& data)
+int IPC::publishChanges(const std::function<void()>& publish)
 {
+    publishedCount = 0;
+    const QScopedValueRollback<bool> rollback(changesOnly, true);
+    publish();
+    return publishedCount;
+}
+
+bool IPC::isRepetition(const Topic& topic, const QByteArray& data, const QString& interface)
+{
+    if (!remembers || !topic.retain)
+        return false;
+    const QString key = QLatin1String(topic.name) + QLatin1Char(' ') + interface;
+    const std::string_view bytes(data.constData(), static_cast<std::size_t>(data.size()));
+    const std::size_t hash = std::hash<std::string_view> {}(bytes);
+    const auto last = lastPublished.constFind(key);
+    const bool same = last != lastPublished.constEnd() && *last == hash;
+    lastPublished.insert(key, hash);
+    return same;
+}
+
+void IPC::publish(const Topic& topic, const QByteArray& data, const QString& interface)
+{
+    if (isRepetition(topic, data, interface) && changesOnly)
+        return;
+    ++publishedCount;
     publish(QLatin1String(topic.name), data, topic.qos, topic.retain);
 }
 
-void IPC::publish(const Topic& topic, const QJsonObject& document)
+void IPC::publish(const Topic& topic, const QJsonObject& document, const QString& interface)
 {
-    publish(topic, QJsonDocument(document).toJson());
+    publish(topic, QJsonDocument(document).toJson(), interface);
 }
 
 } // namespace Lanvoy

@@ -21,6 +21,10 @@ BASE = "vexo/network"
 DEADLINE = 60  # seconds until a test gives up on an event; never a measure of speed
 NM = "org.freedesktop.NetworkManager"
 PROFILE = NM + ".Settings.Connection"
+# The documents that have a query, and the kind of the devices they are about.
+DEVICE_DOCUMENTS = {("status",): None, ("ethernet/state", "ethernet/config"): "wired",
+                    ("wifi/state", "wifi/config", "wifi/aps", "wifi/networks"): "wifi",
+                    ("modem/state", "modem/config"): "modem"}
 
 
 def until(condition, what):
@@ -75,6 +79,10 @@ class Client:
     def forget(self):
         self.messages.clear()
 
+    def documents(self, begun=0):
+        """What the service has published, from the given place of the record on."""
+        return [m for m in self.messages[begun:] if not m.topic.endswith(("/get", "/set"))]
+
     def wait(self, topic, condition=lambda document: True):
         """The first message on a topic whose document fits."""
         def found():
@@ -100,13 +108,23 @@ class Client:
         self.ask("info/get")
 
 
+def without_strengths(value):
+    """A document without the strengths, and without the strongest access point of each network."""
+    if isinstance(value, list):
+        return [without_strengths(v) for v in value]
+    if isinstance(value, dict):
+        return {k: without_strengths(v) for k, v in value.items() if k not in ("signalStrength", "referenceAP")}
+    return value
+
+
 class Service:
     """The service under test, with its log lines."""
 
     def __init__(self, stack, settings):
         self.log_file = stack.folder / "service.log"
         log = open(self.log_file, "wb")
-        self.process = stack.start_service(BINARY, settings, "-e", "-v", "3", stdout=log, stderr=log)
+        self.process = stack.start_service(BINARY, settings, "-e", "-v", "3", stdout=log, stderr=log,
+                                           env=stack.environment)
 
     @property
     def log(self):
@@ -135,7 +153,7 @@ class World(Stack):
         super().__init__()
         self.service = None
         self.client = None
-        self.started = []
+        self.environment = {}  # of the service, beyond the test's own
 
     def begin(self):
         self.broker = self.start_broker()
@@ -150,6 +168,31 @@ class World(Stack):
                 self.service.wait_log("Skipping device: br0")  # the last one of the default world
             self.client.settle()
         return self.service
+
+    def rest(self):
+        """Waits until the service has followed all that has happened so far; LANVOY_FOLLOW must be on.
+
+        A set command that changes nothing asks NetworkManager for secrets, whose answer comes behind its signals.
+        """
+        self.client.send("modem/config/set", {"method": "auto", "apn": "internet"})
+        self.client.settle()
+        until(lambda: self.service.log.rfind("Something has changed.") <= self.service.log.rfind("waiting: 0."),
+              "all is followed")
+        self.client.settle()
+
+    def wrong_documents(self):
+        """Documents published last that differ from a fresh answer, strengths excepted: (topic, interface, both)."""
+        last = {(m.topic, m.document.get("interface")): without_strengths(m.document)
+                for m in self.client.documents()}
+        wrong = []
+        for topics, kind in DEVICE_DOCUMENTS.items():
+            for name in [d["interface"] for d in self.sim.devices() if d["kind"] == kind] if kind else [None]:
+                for topic in topics:
+                    self.client.ask(topic + "/get", name and {"interface": name})
+                    answer = without_strengths(self.client.on(topic)[-1].document)
+                    if answer != last.get((topic, name)):
+                        wrong.append((topic, name, last.get((topic, name)), answer))
+        return wrong
 
     def end_service(self):
         end(self.service.process)

@@ -163,11 +163,20 @@ FAULTS = [broker_killed, broker_frozen, networkmanager_refuses, networkmanager_s
           retained_set_command, services_restart_together, networkmanager_restarts_twice, stale_lock]
 
 
+@pytest.mark.parametrize("follow", [False, True], ids=["", "following"])
 @pytest.mark.parametrize("fault", FAULTS, ids=lambda fault: fault.__name__)
-def test_fault(world, fault):
+def test_fault(world, fault, follow):
+    if follow:
+        world.environment["LANVOY_FOLLOW"] = "1"
     service = connected(world)
+    if follow:
+        world.rest()
     fault(world, service)
     all_right(world)
+    if follow:
+        world.sim.clear_faults()
+        world.rest()
+        assert world.wrong_documents() == []
 
 
 @pytest.mark.parametrize("moment", ["connack", "publish"])

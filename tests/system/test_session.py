@@ -3,7 +3,7 @@ import signal
 import socket
 
 import pytest
-from conftest import BASE, BINARY, Client
+from conftest import BASE, BINARY, DEADLINE, Client, until
 from sim.stack import end
 
 
@@ -100,3 +100,29 @@ def test_without_bus_and_services(gateway, world):
     assert (status["stateStr"], status["primaryConnection"]) == ("Unknown", None)
     assert world.client.ask("wifi/state/get", {}, "error")["error"] == "Invalid device specified: "
     assert service.poll() is None
+
+
+def test_service_manager(world):
+    """What systemd is told: that the loop runs, in one line how the service is, and signs of life."""
+    address = str(world.folder / "notify")
+    told = []
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+        manager.bind(address)
+        manager.settimeout(DEADLINE)
+        world.environment.update(NOTIFY_SOCKET=address, WATCHDOG_USEC="400000")
+        world.run()
+
+        def tells(text):
+            told.append(manager.recv(4096).decode())
+            return text in told
+
+        connected = "STATUS=Connected to the broker at 127.0.0.1; "
+        until(lambda: tells(connected + "eth0: Connected; wlan0: Disconnected; cdc-wdm0: Connected"), lambda: told)
+        world.sim.remove_device("cdc-wdm0")
+        until(lambda: tells(connected + "eth0: Connected; wlan0: Disconnected"), lambda: told)
+        end(world.broker)
+        until(lambda: tells("STATUS=No connection to the broker at 127.0.0.1; eth0: Connected; wlan0: Disconnected"),
+              lambda: told)
+        told.clear()
+        until(lambda: tells("WATCHDOG=1") and told.count("WATCHDOG=1") > 2, lambda: told)
+        assert set(told) == {"WATCHDOG=1"}  # an unchanged line is not sent again
