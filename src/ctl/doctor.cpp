@@ -106,10 +106,10 @@ QVector<Check> checkRetained(const Context& context)
         if (!message.retained || message.payload.isEmpty() || (!isSet && !message.topic.endsWith("/get")))
             continue;
         // The empty message that clears the store is a command as well, one that empties the configuration.
-        const QString clear = QString("mosquitto_pub -h %1 -p %2 -t '%3/%4' -r -n")
-                                  .arg(context.options.host)
-                                  .arg(context.options.port)
-                                  .arg(context.options.base, message.topic);
+        const QString topic = context.options.base + '/' + message.topic;
+        const QString clear = QString("mosquitto_pub -h %1 -p %2 -t '%3' -r -n")
+                                  .arg(context.options.host, QString::number(context.options.port),
+                                       QString(topic).replace("'", "'\\''")); // to be pasted into a shell
         checks.append({"retained", isSet ? Health::Failure : Health::Warning,
                        QString("'%1' is retained: it is carried out at every connection").arg(message.topic),
                        isSet ? "Stop lanvoy, " + clear + ", start it" : clear});

@@ -67,7 +67,7 @@ QString problemOf(const Record& given)
 
 /** Why the document cannot show the configured profile; empty when nothing speaks against it. */
 QString doubtOf(const QString& kind, const QJsonObject& config, const QJsonObject& state,
-                const QJsonObject& status)
+                const QJsonObject& status, const QString& wantedSsid)
 {
     const QString method = config["method"].toString();
     if (!methods.contains(method))
@@ -77,6 +77,8 @@ QString doubtOf(const QString& kind, const QJsonObject& config, const QJsonObjec
     const QString name = primary["connectionName"].toString();
     const bool isPrimary = primary["interface"] == config["interface"];
     const QString ssid = config["ssid"].toString();
+    if (kind == "wifi" && !wantedSsid.isEmpty() && ssid == wantedSsid)
+        return {};
     const bool isConnected = state["stateStr"] == QJsonValue("Connected");
     const QString used = valueAt(state, "ap.ssid").toString();
     if (kind == "wifi" && isConnected && used != ssid)
@@ -122,10 +124,10 @@ Present presentOf(const QString& kind, const QSettings& file)
 }
 
 Present presentOf(const QString& kind, const QJsonObject& config, const QJsonObject& state,
-                  const QJsonObject& status)
+                  const QJsonObject& status, const QString& ssid)
 {
     Present present;
-    present.doubt = doubtOf(kind, config, state, status);
+    present.doubt = doubtOf(kind, config, state, status, ssid);
     for (const Field& field : fieldsOf(kind)) {
         const QString value = config[field.name].toString();
         present.record[field.name] = value == "0.0.0.0" ? QString() : value;

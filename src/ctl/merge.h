@@ -41,9 +41,10 @@ Present presentOf(const QString& kind, const QSettings& file);
  * @param config  answer to a question for the configuration
  * @param state   answer to one for the state of the same device
  * @param status  the overall status, for the name of the primary connection
+ * @param ssid    wifi network that is wanted; the profile of the same name is the right one, in use or not
  */
 Present presentOf(const QString& kind, const QJsonObject& config, const QJsonObject& state,
-                  const QJsonObject& status);
+                  const QJsonObject& status, const QString& ssid = {});
 
 struct Change {
     QString field;

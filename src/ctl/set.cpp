@@ -121,17 +121,21 @@ private:
     {
         constexpr int askAgainMs = 1000;
         constexpr int settledMs = 8000; // NetworkManager begins to move long before, on a slow machine too
+        const auto judged = [this] { return judge(wanted, story).verdict; };
         while (true) {
-            const auto decided = [this] { return judge(wanted, story).verdict != Verdict::Waiting; };
             const auto left = context.options.outcomeMs - total.elapsed();
-            if (left <= 0 || session.wait(static_cast<int>(std::min<qint64>(askAgainMs, left)), decided)
-                || !session.isOpen())
+            const int ms = static_cast<int>(std::clamp<qint64>(left, 0, askAgainMs));
+            const bool isDecided = session.wait(ms, [&] { return judged() != Verdict::Waiting; });
+            if ((isDecided && judged() != Verdict::Connected) || left <= 0 || !session.isOpen())
                 return judge(wanted, story);
-            const int heard = story.states.size();
             const bool isQuiet = story.carriedOut && sinceMove.hasExpired(settledMs);
+            const int heard = story.states.size();
             askState();
-            story.settled = isQuiet && session.wait(askAgainMs, [&] { return story.states.size() > heard; })
-                && sinceMove.hasExpired(settledMs);
+            const bool isAnswered = session.wait(askAgainMs, [&] { return story.states.size() > heard; });
+            // The document of the very moment may still show the address from before.
+            if (isDecided && judged() == Verdict::Connected)
+                return judge(wanted, story);
+            story.settled = isAnswered && isQuiet && sinceMove.hasExpired(settledMs);
         }
     }
 
@@ -241,7 +245,8 @@ Exit changeConfiguration(Context& context, const QString& kind, const QString& d
         return fail(Refused, state.error);
     const QString interface = state.document["interface"].toString();
 
-    Present present = presentOf(kind, answers.at(1).document, state.document, answers.at(2).document);
+    Present present = presentOf(kind, answers.at(1).document, state.document, answers.at(2).document,
+                                given.value("ssid"));
     if (!context.options.configFile.isEmpty())
         present = presentOf(kind, QSettings(context.options.configFile, QSettings::IniFormat));
     const Merged merged = merge(kind, present, given, context.options.replace);

@@ -87,6 +87,11 @@ def test_json(gateway_up):
     assert failed["changes"] == [{"field": "key", "from": "******", "to": "******"}]
     same = ctl(world, "--json", "-y", "set", "ethernet", "method=auto")
     assert checked("change", same.stdout)["outcome"] == "unchanged" and same.returncode == 0
+    world.sim.add_device("wired", interface="eth1")  # found by the document in store, as the last of its kind
+    world.client.wait("ethernet/state", lambda d: d["interface"] == "eth1")
+    world.client.settle()
+    devices = checked("status", ctl(world, "--json").stdout)["devices"]
+    assert [d["interface"] for d in devices] == ["eth0", "eth1", "wlan0", "cdc-wdm0"]
 
 
 def test_set_keeps_what_it_does_not_name(gateway_up):

@@ -185,6 +185,13 @@ private Q_SLOTS:
         QVERIFY(merge(kind, present, record("method=auto"), true).problem.isEmpty());
     }
 
+    void profileOfTheWantedNetworkIsRight()
+    {
+        const QJsonObject cafeInUse = json("{'stateStr':'Connected','ap':{'ssid':'Cafe'}}");
+        QVERIFY(presentOf("wifi", json(aHome), cafeInUse, {}, "Home").unknown.isEmpty());
+        QVERIFY(!presentOf("wifi", json(aHome), cafeInUse, {}, "Printer").unknown.isEmpty());
+    }
+
     void noGatewayIsNone()
     {
         const Present present

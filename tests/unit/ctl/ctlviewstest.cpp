@@ -38,8 +38,7 @@ private Q_SLOTS:
                                    << "a?b";
         QTest::newRow("lineSeparator") << QString("a") + QChar(0x2028) << "a?";
         QTest::newRow("halfACharacter") << QString("a") + QChar(0xd800) << QString::fromUtf8("a�");
-        QTest::newRow("names") << QString::fromUtf8("Café 😀 日本 �")
-                               << QString::fromUtf8("Café 😀 日本 �");
+        QTest::newRow("names") << QString::fromUtf8("Café 😀 日本 �") << QString::fromUtf8("Café 😀 日本 �");
     }
 
     void nothingReachesTheTerminalRaw()
