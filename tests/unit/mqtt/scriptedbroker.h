@@ -12,7 +12,6 @@ class ScriptedBroker : public QTcpServer
 {
 public:
     enum Type { Connect = 1, Publish = 3, PubRel = 6, PingReq = 12, Disconnect = 14 };
-    enum Ending { KeepOpen, CloseAfterAnswer, CloseAtOnce };
     struct Packet {
         int type, flags; // the halves of the first byte
         QByteArray body;
@@ -20,7 +19,7 @@ public:
 
     // The script
     QByteArray answer = connack(); // to CONNECT
-    Ending ending = KeepOpen;
+    bool closesAfterAnswer = false;
     bool readsAfterConnect = true;
     bool answersPings = false;
     bool answersMessages = true;
@@ -60,8 +59,6 @@ private:
         socket = nextPendingConnection();
         connect(socket, &QTcpSocket::readyRead, this, &ScriptedBroker::onBytes);
         connect(socket, &QTcpSocket::disconnected, socket, &QTcpSocket::deleteLater);
-        if (ending == CloseAtOnce)
-            socket->close();
     }
 
     void onBytes()
@@ -83,7 +80,7 @@ private:
             if (!readsAfterConnect)
                 socket->setReadBufferSize(1);
             send(answer);
-            if (ending == CloseAfterAnswer)
+            if (closesAfterAnswer)
                 socket->close();
         } else if (packet.type == PingReq && answersPings) {
             send(QByteArray("\xd0\0", 2));
