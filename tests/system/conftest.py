@@ -155,6 +155,19 @@ class World(Stack):
         end(self.service.process)
 
 
+def wired_once(world):
+    """One event makes one document, whatever has gone before."""
+    client = world.client
+    client.settle()
+    client.forget()
+    world.sim.set_signal(13)
+    client.wait("modem/signal", lambda d: d["quality"] == 13)
+    world.sim.set_carrier("eth0", False)
+    client.wait("ethernet/state", lambda d: d["state"] == 1)
+    client.settle()
+    assert len(client.on("modem/signal")) == 1 and len(client.on("ethernet/state")) == 1
+
+
 @pytest.fixture(scope="session")
 def gateway():
     """Bus and simulated services, shared by all tests of a file; each test starts from the default world."""

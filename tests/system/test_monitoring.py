@@ -1,6 +1,6 @@
 """Devices: first round, state changes, hot-plug, scans, and services that are absent, restart or do not answer."""
 import pytest
-from conftest import NM, until
+from conftest import NM, until, wired_once
 
 DEVICE_TOPICS = [
     "ethernet/state", "ethernet/config", "wifi/state", "wifi/config", "wifi/aps", "wifi/networks", "modem/signal",
@@ -156,15 +156,15 @@ def test_scan_timer(world):
     world.client.wait("wifi/networks", lambda d: "Found by scan" in {n["ssid"] for n in d["networks"]})
 
 
-@pytest.mark.parametrize("wired", [True, False])
-def test_service_restarts(world, wired):
+@pytest.mark.parametrize("late", [True, False])
+def test_service_restarts(world, late):
     """NetworkManager and ModemManager come late, restart and vanish; nothing is wired twice afterwards."""
     client, sim = world.client, world.sim
-    if not wired:
+    if late:
         sim.stop("nm")
         sim.stop("mm")
     world.run()
-    if not wired:
+    if late:
         assert client.ask("status/get")["stateStr"] == "Unknown"
         sim.start("mm")
         sim.start("nm")
@@ -182,11 +182,4 @@ def test_service_restarts(world, wired):
     sim.restart("mm", 50)
     until(lambda: client.ask("modem/state/get", {}).get("device"), "modem is back")
     client.wait("modem/signal")
-    client.settle()
-    client.forget()
-    sim.set_signal(13)
-    client.wait("modem/signal", lambda d: d["quality"] == 13)
-    sim.set_carrier("eth0", False)
-    client.wait("ethernet/state", lambda d: d["state"] == 1)
-    client.settle()
-    assert len(client.on("modem/signal")) == 1 and len(client.on("ethernet/state")) == 1
+    wired_once(world)
