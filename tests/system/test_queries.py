@@ -27,6 +27,8 @@ def test_queries(world):
     assert client.ask("modem/stats/get", {"interface": "cdc-wdm0"}) == {}
     assert client.ask("modem/stats/get", {"interface": "eth0"}, "error")["command"] == "modem/stats/get"
     assert "monitoring Data usage" not in service.log  # with an interval of 0
+    world.sim.fail_method(PROFILE + ".GetSecrets", PROFILE + ".PermissionDenied", "no")
+    assert "key" not in client.ask("wifi/config/get")
 
 
 def test_networkmanager_is_asked_for_secrets_only(world):
