@@ -41,6 +41,7 @@ class ConfigTest : public QObject
 private Q_SLOTS:
     void init()
     {
+        Log::open("configtest", true, false);
         folder.reset(new QTemporaryDir);
         path = folder->filePath("lanvoy.conf");
     }
@@ -50,34 +51,26 @@ private Q_SLOTS:
         Config config(path, nullptr);
         QCOMPARE(contentOf(path), defaultFile);
         config.setWifi(config.wifi()); // a record that is already held is saved as well
-        QByteArray saved(defaultFile);
-        saved.replace("dns0=\ngateway=\nid=Broadband", "dns0=\ndns1=\ngateway=\nid=Broadband");
-        QCOMPARE(contentOf(path), saved);
+        QVERIFY(contentOf(path).contains("dns0=\ndns1=\ngateway=\nid=Broadband"));
     }
 
-    void readingRewritesNothingAndSavingKeepsForeignKeys()
-    {
-        const QByteArray content("; by hand\n[Mqtt]\nurl = broker\n\n[Other]\nkey=kept\n");
-        write(path, content);
-        Config config(path, nullptr);
-        QCOMPARE(contentOf(path), content);
-        config.setEthernet(config.ethernet());
-        const QByteArray saved = contentOf(path);
-        QVERIFY(saved.contains("\nurl=broker\n") && saved.contains("[Other]\nkey=kept\n"));
-    }
-
-    void valuesAreConverted()
+    void readingRewritesNothingAndSavingConverts()
     {
         const QPair<QByteArray, QByteArray> rows[] = {
-            {"[Mqtt]\nport=65537", "port=1"},           {"[Mqtt]\nport=broker", "port=0"},
-            {"[Ethernet]\nautocon=0", "autocon=false"}, {"[Ethernet]\nautocon=no", "autocon=true"},
-            {"[Modem]\nusageSec=often", "usageSec=0"},
+            {"; by hand\n[Mqtt]\nurl = broker\n\n[Other]\nkey=kept\n",
+             "url=broker\nuser=\n\n[Other]\nkey=kept\n"},
+            {"[Mqtt]\nport=65537\n", "port=1\n"},
+            {"[Mqtt]\nport=broker\n", "port=0\n"},
+            {"[Ethernet]\nautocon=0\n", "autocon=false\n"},
+            {"[Ethernet]\nautocon=no\n", "autocon=true\n"},
+            {"[Modem]\nusageSec=often\n", "usageSec=0\n"},
         };
         for (const auto& [content, saved] : rows) {
             write(path, content);
             Config config(path, nullptr);
+            QCOMPARE(contentOf(path), content);
             config.setWifi(config.wifi());
-            QVERIFY2(contentOf(path).contains('\n' + saved + '\n'), content);
+            QVERIFY2(contentOf(path).contains('\n' + saved), content);
         }
     }
 
@@ -94,11 +87,10 @@ private Q_SLOTS:
     void unreadableFileIsReported()
     {
         write(path, "[Mqtt]\nurl=broker\n");
-        const QByteArray log = stderrOf([this] {
-            Log::open("configtest", true, false);
-            rlimit files = {};
-            getrlimit(RLIMIT_NOFILE, &files);
-            const rlimit none = {0, files.rlim_max};
+        rlimit files = {};
+        getrlimit(RLIMIT_NOFILE, &files);
+        const rlimit none = {0, files.rlim_max};
+        const QByteArray log = stderrOf([&] {
             setrlimit(RLIMIT_NOFILE, &none);
             QCOMPARE(Config(path, nullptr).mqtt().url, "localhost");
             setrlimit(RLIMIT_NOFILE, &files);
@@ -130,7 +122,6 @@ private Q_SLOTS:
         }
         listing.append(listing.at(1));
         write(path, content + "[Modem]\nusageSec=4294967295\n"); // as a save writes it
-        Log::open("configtest", true, false);
         QByteArrayList lines = stderrOf([this] { Config(path, nullptr); }).split('\n');
         for (QByteArray& line : lines)
             line.remove(0, line.indexOf("[Config] ") + 9);

@@ -86,6 +86,7 @@ private Q_SLOTS:
         Config::Ethernet e {"Ethernet", true, manual};
         Config::Wifi w {"Wifi", true, "net", "password", automatic};
         Config::Modem m {"Modem", true, "user", "secret", "apn", "26201", "1234", automatic, 120};
+        // What NetworkManager refuses, and how that is corrected, is tested with the installed one.
         const QPair<ConnectionSettings::ConnectionType, QVector<QString*>> rows[] = {
             {ConnectionSettings::Wired, {&e.ipv4.method}},
             {ConnectionSettings::Wireless, {&w.ssid, &w.key, &w.ipv4.method}},
@@ -151,35 +152,6 @@ private Q_SLOTS:
             QCOMPARE(security->wepKeyFlags() == Setting::None, row.keyType.isValid());
             const auto wireless = settings->setting(Setting::Wireless).staticCast<WirelessSetting>();
             QCOMPARE(wireless->ssid(), "caf\xc3\xa9");
-        }
-    }
-
-    // What the installed NetworkManager refuses by itself is part of its own test.
-    void refusedMapIsMendedOnce()
-    {
-        const NMVariantMapMap plain = {{"ipv4", {{"method", "link-local"}, {"may-fail", true}}}};
-        NMVariantMapMap secrets = plain, statics = plain;
-        addEmptyGsmSecrets(secrets);
-        for (const char* key : {"addresses", "address-data", "gateway", "dns", "dns-data"})
-            statics["ipv4"][key] = 1;
-        NMVariantMapMap manualToo = statics;
-        manualToo["ipv4"]["method"] = "manual";
-        const struct {
-            const char* error;
-            NMVariantMapMap map, mended; // both are the same where there is nothing to mend
-        } rows[] = {
-            {"gsm.pin: Eigenschaft ist leer", secrets, plain},
-            {"gsm.network-id: property is invalid", secrets, secrets},
-            {"802-11-wireless-security.psk: property is invalid", plain, plain},
-            {"ipv4.gateway: this property is not allowed", statics, plain},
-            {"ipv4.dns: this property is not allowed", statics, plain},
-            {"ipv4.addresses: this property cannot be empty for 'method=manual'", manualToo, manualToo},
-        };
-        const ConnectionSettings settings(ConnectionSettings::Wireless);
-        for (const auto& row : rows) {
-            NMVariantMapMap map = row.map;
-            QCOMPARE(correctRefusedMap(map, settings, row.error), row.map != row.mended);
-            QVERIFY2(map == row.mended && !correctRefusedMap(map, settings, row.error), row.error);
         }
     }
 

@@ -58,7 +58,7 @@ private Q_SLOTS:
     void attemptEndsAsAnswered()
     {
         const auto ok = Broker::connack();
-        const auto two = Broker::message('a', "1") + Broker::message('b', "");
+        const auto two = Broker::message("a", "1") + Broker::message("b", "");
         const struct {
             QByteArray answer;
             bool closes;
@@ -77,7 +77,7 @@ private Q_SLOTS:
             {ok + two, true, "s1 s2 up m:a=1 m:b= s0 down e256"},
             {ok + two.chopped(1), true, "s1 s2 up m:a=1 s0 down e256"},
             {ok + garbage, false, "s1 s2 up s0 down e257"},
-            {ok + Broker::message(char(0xff), "1"), false, "s1 s2 up s0 down e257"}, // no UTF-8
+            {ok + Broker::message("\xff", "1"), false, "s1 s2 up s0 down e257"}, // no UTF-8
         };
         for (const auto& row : rows) {
             Broker broker;
@@ -134,9 +134,9 @@ private Q_SLOTS:
     void deletionInOwnSlot()
     {
         for (const QString word : {"s1", "up", "m:a=1", "s0", "e257"}) {
-            const bool afterTheEnd = word == "s0" || word == "e257";
             Broker broker;
-            broker.answer += Broker::message('a', "1") + (afterTheEnd ? garbage : Broker::message('b', "2"));
+            broker.answer
+                += Broker::message("a", "1") + (word == "m:a=1" ? Broker::message("b", "2") : garbage);
             Session session(broker);
             session.onWord = [&](const QString& seen) { seen == word ? session.client.reset() : void(); };
             session.client->connectToHost();
@@ -144,7 +144,7 @@ private Q_SLOTS:
             QTest::qWait(20);
             QCOMPARE(session.trace.section(' ', -1), word);
             QTRY_VERIFY(broker.clientIsGone());
-            QCOMPARE(broker.count(Broker::Disconnect), afterTheEnd || word == "s1" ? 0 : 1);
+            QCOMPARE(broker.count(Broker::Disconnect), word == "up" || word == "m:a=1" ? 1 : 0);
         }
     }
 
@@ -180,21 +180,17 @@ private Q_SLOTS:
         broker.answer.clear();
         Session session(broker);
         QMqttClient& client = *session.client;
-        const auto publish = [&](const QString& topic) { return client.publish(topic, "x", 2); };
         client.connectToHost();
-        QCOMPARE(publish("starting"), -1);
         QTRY_COMPARE(broker.count(Broker::Connect), 1);
-        QCOMPARE(publish("connecting"), -1);
+        QCOMPARE(client.publish(QString("connecting"), "x", 2), -1);
         broker.send(Broker::connack());
         QTRY_COMPARE(client.state(), QMqttClient::Connected);
         for (const QString& topic : {QString("a/+"), QString("a/#"), QString(), QString(65536, 'a')})
-            QCOMPARE(publish(topic), -1);
-        QVERIFY(publish("/a//\u00fc/") > 0);
+            QCOMPARE(client.publish(topic, "x", 2), -1);
+        QVERIFY(client.publish(QString("/a//\u00fc/"), "x", 2) > 0);
         QTRY_VERIFY(broker.count(Broker::Publish) > 0);
         QTest::qWait(20);
         QCOMPARE(broker.count(Broker::Publish), 1);
-        client.disconnectFromHost();
-        QCOMPARE(publish("disconnected"), -1);
     }
 
     void connectPacket()

@@ -37,10 +37,10 @@ public:
 
     static QByteArray connack(char code = 0) { return QByteArray("\x20\x02\x00", 3) + code; }
 
-    static QByteArray message(char topic, const QByteArray& payload) // below 100 bytes
+    static QByteArray message(const QByteArray& topic, const QByteArray& payload) // below 100 bytes
     {
-        const auto length = static_cast<char>(3 + payload.size());
-        return QByteArray("\x30") + length + QByteArray("\0\1", 2) + topic + payload;
+        const auto length = static_cast<char>(2 + topic.size() + payload.size());
+        return QByteArray("\x30") + length + '\0' + static_cast<char>(topic.size()) + topic + payload;
     }
 
     void send(const QByteArray& bytes) { socket->write(bytes); }
