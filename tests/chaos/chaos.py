@@ -1,5 +1,7 @@
 """Random faults from a seed: broker, NetworkManager, ModemManager, hardware and commands, all at once.
 
+    chaos.py SEED SECONDS [COUNT]
+
 Afterwards the faults are cleared, and everything has to be right again: by itself what the service follows, and
 after one more session whatever a fault made it miss. A seed gives the same steps and pauses each time.
 """
@@ -19,14 +21,13 @@ from conftest import BASE, NM, PROFILE, Client, Sim, Stack, World, until  # noqa
 
 WORDS = {100: "Connected", 110: "Disconnecting", 30: "Disconnected"}  # all others: Unavailable
 WORDS.update(dict.fromkeys((40, 50, 60, 70, 80, 90), "Connecting"))
-INTERFACES = {"ethernet": "eth0", "wifi": "wlan0", "modem": "cdc-wdm0"}
-REQUESTS = [f"{PROFILE}.{m}" for m in ("GetSecrets", "Update", "ClearSecrets")] + [
-    f"{NM}.{m}" for m in ("ActivateConnection", "AddAndActivateConnection", "Device.Wireless.RequestScan")]
-WRITES = (PROFILE + ".Update", PROFILE + ".ClearSecrets", NM + ".AddAndActivateConnection")
+DEVICES = {"ethernet": "eth0", "wifi": "wlan0", "modem": "cdc-wdm0"}
 EXTRA = {"eth1": ("wired", {"interface": "eth1"}), "wlan1": ("wifi", {"interface": "wlan1"}), "cdc-wdm1": (
     "modem", {"control_port": "cdc-wdm1", "data_interface": "wwan1", "imei": "000000000000001"})}
-QUERIES = ("status/get", "info/get", "wifi/aps/get", "wifi/networks/get", "modem/stats/get", "ethernet/state/get",
-           "wifi/config/get", "modem/config/get", "no/such/get")
+WRITES = (PROFILE + ".Update", PROFILE + ".ClearSecrets", NM + ".AddAndActivateConnection")
+REQUESTS = (*WRITES, PROFILE + ".GetSecrets", NM + ".ActivateConnection", NM + ".Device.Wireless.RequestScan")
+NETWORKS = ("Gateway-Home", "Cafe", "Printer", "New")
+PROFILES = ("Ethernet", "Gateway-Home", "Broadband")
 IPV4 = ({"method": "auto"}, {"method": "link-local"},
         {"method": "manual", "address": "10.1.0.5", "netmask": "255.255.0.0"},
         {"method": "manual", "address": "10.0.0.6", "netmask": "255.255.255.0", "gateway": "10.0.0.1",
@@ -36,6 +37,25 @@ FIELDS = {"ethernet": [{}], "modem": [
     {"apn": "internet", "pin": "1234"}], "wifi": [{"ssid": ssid, "key": key} for ssid, key in (
         ("Gateway-Home", "correct horse"), ("Gateway-Home", "wrong password"), ("Cafe", ""), ("OldRouter", "abcde"),
         ("Printer", "printer-1234"), ("Mixed", "mixed-1234"), ("Nowhere", "12345678"))]}
+QUERIES = ("status/get", "info/get", "wifi/aps/get", "wifi/networks/get", "modem/stats/get", "ethernet/state/get",
+           "wifi/config/get", "modem/config/get", "no/such/get")
+# How often a step is taken, its name (a method of Chaos or of the simulation) and what its arguments may be.
+STEPS = (
+    (20, "broker", "SIGKILL SIGTERM SIGSTOP SIGCONT SIGCONT start start start".split()),
+    (14, "set_config", DEVICES),
+    (10, "send", QUERIES, (None, '{"interface": "wlan0"}', '{"interface": 5}', "[]", "{broken")),
+    (4, "restart", ("nm", "nm", "mm"), (0, 20, 200, 900)),
+    (1, "die_in_a_call"),
+    (4, "fail_method", REQUESTS, (NM + ".Failed",), ("chaos: 100%s",), ("",), (1, 2, 5)),
+    (4, "delay_method", REQUESTS, (50, 500), ("",), (1, 2, 5)),
+    (5, "plug", EXTRA), (4, "remove_device", EXTRA),
+    (2, "disconnect", DEVICES.values()), (2, "fail_device", DEVICES.values(), (4,)), (2, "hang_up"),
+    (3, "set_managed", DEVICES.values(), (False, True)), (3, "set_carrier", ("eth0",), (False, True)),
+    (3, "storm"), (2, "remove_access_point", NETWORKS, ("wlan0",)), (3, "appear", NETWORKS),
+    (3, "strength_burst", (2,), ("wlan0",)), (1, "refuse_modem", (0, 0, 29), ("cdc-wdm0",)),
+    (2, "set_signal", range(101)), (2, "set_access_technologies", (["lte"], ["umts"])),
+    (2, "remove_profile", PROFILES), (2, "modify_profile", PROFILES, ({"ipv4": {"method": "link-local"}},)),
+)
 
 
 class Chaos:
@@ -45,16 +65,16 @@ class Chaos:
         self.world, self.sim = world, world.sim
         self.random = random.Random(seed)
         self.steps = []
-        self.broker_up = True
 
     def run(self, seconds):
         self.world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
         planned = 0
         while planned < seconds:
-            step, = self.random.choices(*STEPS)
-            self.steps.append(step.__name__)
+            (_, name, *choices), = self.random.choices(STEPS, [step[0] for step in STEPS])
+            arguments = [self.random.choice(list(choice)) for choice in choices]
+            self.steps.append(f"{name} {arguments}")
             try:
-                step(self)
+                (getattr(self, name, None) or getattr(self.sim, name))(*arguments)
             except dbus.DBusException as error:  # it acts on what another step has taken away
                 self.steps[-1] += f" ({error.get_dbus_name().rpartition('.')[2]})"
             pause = self.random.choice((0, 0, 0, 0.02, 0.1, 0.3))
@@ -64,99 +84,50 @@ class Chaos:
         self.clear()
         self.check()
 
-    def pick(self, *values):
-        value = self.random.choice(values)
-        self.steps[-1] += f" {value}"
-        return value
-
-    def send(self, command, payload):
-        self.world.client.mqtt.publish(f"{BASE}/{command}", payload)  # lost when there is no session
-
-    # steps
-
-    def broker(self, act=None):
-        act = act or self.pick("SIGKILL", "SIGTERM", "SIGSTOP", "SIGCONT", "SIGCONT", "start", "start", "start")
-        if act == "start" and not self.broker_up:
+    def broker(self, act):
+        running = self.world.broker.poll() is None
+        if act == "start" and not running:
             self.world.broker = self.world.start_broker()
-            self.broker_up = True
-        elif act != "start" and self.broker_up:
+        elif act != "start" and running:
             self.world.broker.send_signal(getattr(signal, act))
             if act in ("SIGKILL", "SIGTERM"):
                 self.world.broker.send_signal(signal.SIGCONT)
                 self.world.broker.wait()
-                self.broker_up = False
 
-    def restart(self):
-        self.sim.restart(self.pick("nm", "nm", "mm"), self.pick(0, 20, 200, 900))
+    def send(self, command, payload):
+        self.world.client.mqtt.publish(f"{BASE}/{command}", payload)  # lost when there is no session
 
-    def fault(self):
-        member, times, delay = self.pick(*REQUESTS), self.pick(1, 2, 5), self.pick(None, None, 50, 500)
-        if delay:
-            self.sim.delay_method(member, delay, times=times)
-        else:
-            self.sim.fail_method(member, NM + ".Failed", "chaos: 100%s", times=times)
+    def set_config(self, kind):
+        fields = {**self.random.choice(IPV4), **self.random.choice(FIELDS[kind])}
+        self.steps[-1] += f" {fields}"
+        self.send(f"{kind}/config/set", json.dumps(fields))
 
-    def unanswered(self):
-        """A request that NetworkManager takes with it."""
+    def die_in_a_call(self):
         self.sim.drop_method(PROFILE + ".GetSecrets", times=1)
         self.send("wifi/config/get", None)
         time.sleep(0.05)
         self.sim.restart("nm", 50)
         self.sim.clear_faults()  # or another request would hold things up for 25 seconds
 
-    def set_config(self):
-        kind = self.pick(*INTERFACES)
-        self.send(f"{kind}/config/set", json.dumps({**self.pick(*IPV4), **self.pick(*FIELDS[kind])}))
-
-    def get(self):
-        self.send(self.pick(*QUERIES), self.pick(None, '{"interface": "wlan0"}', '{"interface": 5}', "[]", "{broken"))
-
-    def plug(self):
-        kind, options = EXTRA[self.pick(*EXTRA)]
+    def plug(self, interface):
+        kind, options = EXTRA[interface]
         self.sim.add_device(kind, **options)
-
-    def unplug(self):
-        self.sim.remove_device(self.pick(*EXTRA))
-
-    def device(self):
-        act, *more = self.pick(("disconnect",), ("fail_device", 4), ("hang_up",), ("set_managed", False),
-                               ("set_managed", True), ("set_carrier", False), ("set_carrier", True))
-        getattr(self.sim, act)("eth0" if act == "set_carrier" else self.pick(*INTERFACES.values()), *more)
 
     def storm(self):
         for _ in range(30):
             self.sim.set_device_state("br0", self.random.choice((20, 30, 40, 70, 100, 120)))
 
-    def air(self):
-        ssid = self.pick("Cafe", "Printer", "Gateway-Home", "New")
-        if self.pick(True, False):
-            self.sim.remove_access_point(ssid, "wlan0")
-        else:
-            self.sim.add_access_point("wlan0", ssid=ssid, security="none" if ssid == "Cafe" else "wpa2")
-        self.sim.strength_burst(2, "wlan0")
-
-    def modem(self):
-        self.sim.refuse_modem(self.pick(0, 0, 29), "cdc-wdm0")
-        self.sim.set_signal(self.random.randrange(101), "cdc-wdm0")
-        self.sim.set_access_technologies(self.pick(["lte"], 0), "cdc-wdm0")
-
-    def profile(self):
-        name = self.pick("Ethernet", "Gateway-Home", "Broadband")
-        if self.pick(True, False):
-            self.sim.remove_profile(name)
-        else:
-            self.sim.modify_profile(name, {"ipv4": {"method": "link-local"}})
-
-    # the end
+    def appear(self, ssid):
+        self.sim.add_access_point("wlan0", ssid=ssid, security="none" if ssid == "Cafe" else "wpa2")
 
     def clear(self):
-        self.broker("start")
-        self.broker("SIGCONT")
+        for act in ("start", "SIGCONT"):
+            self.broker(act)
         self.sim.clear_faults()
-        until(lambda: {d["interface"] for d in self.sim.devices()} >= set(INTERFACES.values()), "all devices")
+        until(lambda: {d["interface"] for d in self.sim.devices()} >= set(DEVICES.values()), "all devices")
         for interface in {d["interface"] for d in self.sim.devices()} & set(EXTRA):
             self.sim.remove_device(interface)
-        for interface in INTERFACES.values():
+        for interface in DEVICES.values():
             self.sim.set_managed(interface, True)
         self.sim.set_carrier("eth0", True)
         self.sim.refuse_modem(0, "cdc-wdm0")
@@ -168,8 +139,8 @@ class Chaos:
         self.wait_states("by itself", also_gone=True)
         self.sim.reset_calls()
         sessions = service.log.count("IPC Connected")
-        self.broker("SIGKILL")
-        self.broker("start")
+        for act in ("SIGKILL", "start"):
+            self.broker(act)
         service.wait_log("IPC Connected", sessions + 1)
         client = self.world.client = Client(self.world.port)
         client.settle()
@@ -178,14 +149,14 @@ class Chaos:
         assert len(set(names)) == len(names), f"one profile twice: {names}"
         assert self.writes() <= 12, f"{self.writes()} requests that write"
         # A new process knows only the configuration file and NetworkManager: for it, too, nothing is left to change.
+        held = [client.ask(f"{kind}/config/get") for kind in DEVICES]
         assert service.alive, "the service has ended"
-        held = [client.ask(f"{kind}/config/get") for kind in INTERFACES]
         self.world.end_service()
         self.sim.reset_calls()
         client.forget()
         self.world.run(None)
         assert self.writes() == 0, f"changed again: {self.sim.calls(PROFILE)}"
-        assert held == [client.ask(f"{kind}/config/get") for kind in INTERFACES]
+        assert held == [client.ask(f"{kind}/config/get") for kind in DEVICES]
 
     def writes(self):
         return sum(self.sim.count_calls(member) for member in WRITES)
@@ -195,16 +166,11 @@ class Chaos:
         def wrong():
             states = {d["interface"]: WORDS.get(d["state"], "Unavailable") for d in self.sim.devices()}
             fresh = Client(self.world.port)
-            shown = [fresh.wait(f"{kind}/state").document for kind in INTERFACES]
+            shown = [fresh.wait(f"{kind}/state").document for kind in DEVICES]
             fresh.close()
             return [(d["interface"], d["stateStr"]) for d in shown if d["stateStr"] != states.get(d["interface"])
                     and not (also_gone and d["interface"] not in states)]
         until(lambda: not wrong(), lambda: f"{when}: {wrong()} but {self.sim.devices()}")
-
-
-STEPS = ((Chaos.broker, Chaos.restart, Chaos.fault, Chaos.unanswered, Chaos.set_config, Chaos.get, Chaos.plug,
-          Chaos.unplug, Chaos.device, Chaos.storm, Chaos.air, Chaos.modem, Chaos.profile),
-         (20, 4, 8, 1, 14, 10, 5, 4, 12, 3, 5, 4, 4))
 
 
 def main(first, seconds, count=1):
@@ -219,15 +185,14 @@ def main(first, seconds, count=1):
             with World() as world:
                 world.sim = sim
                 world.begin()
-                chaos, start = Chaos(world, seed), time.monotonic()
+                chaos = Chaos(world, seed)
                 try:
                     chaos.run(float(seconds))
-                    print(f"seed {seed}: ok, {len(chaos.steps)} steps, {time.monotonic() - start:.1f} s", flush=True)
+                    print(f"seed {seed}: ok, {len(chaos.steps)} steps", flush=True)
                 except Exception:
                     failed.append(seed)
+                    print(f"seed {seed}: FAILED after", *chaos.steps, world.service.log, sep="\n  ")
                     traceback.print_exc(file=sys.stdout)
-                    print(f"seed {seed}: FAILED after", *chaos.steps, world.service.tail, sep="\n  ", flush=True)
-                    pathlib.Path(os.environ.get("CHAOS_LOGS", "/tmp"), f"chaos-{seed}.log").write_text(world.service.log)
     print(f"{count} seeds, failed: {failed or 'none'}")
     sys.exit(bool(failed))
 
