@@ -1,10 +1,12 @@
-"""Documents as a whole: golden ones, and the schemas and docs/interface.md that integrators code against."""
+"""Documents as a whole: golden ones, and the schemas and pages that integrators code against."""
 import datetime
+import functools
 import json
 import re
 
 import jsonschema
 import pytest
+import yaml
 from conftest import ROOT, Client, until
 
 SCHEMAS = {file.stem: json.loads(file.read_text()) for file in (ROOT / "docs/schema").glob("*.json")}
@@ -119,13 +121,28 @@ def test_schemas_tell_good_from_broken():
 
 @pytest.mark.parametrize("name, change", [
     ("ethernet-state", {"state": 3}), ("ethernet-state", {"reasonStr": "NoReason"}), ("wifi-state", {"type": 1}),
-    ("status", {"connectivityStr": "full"}), ("modem-signal", {"accessTechnologies": ["lte"]}),
-    ("wifi-config", {"method": "unknown", "ssid": None}), ("modem-config", {"address": "10.0.0.1"}),
-    ("error", {"error": "Bad command"}), ("query", {"device": "eth0"}), ("ethernet-config-set", {}),
-    ("ethernet-config-set", {"method": "manual", "address": "", "netmask": "255.255.255.0"}),
-    ("modem-config-set", {"method": "auto", "apn": "x", "pin": 1234})])
+    ("status", {"connectivityStr": "full"}), ("wifi-config", {"method": "unknown", "ssid": None}),
+    ("modem-config", {"address": "10.0.0.1"}), ("ethernet-config-set", {}),
+    ("ethernet-config-set", {"method": "manual", "address": "", "netmask": "255.255.255.0"})])
 def test_schemas_know_what_belongs_together(name, change):
     assert faults(name, {**GOLDEN.get(name, {}), **change})
+
+
+def test_asyncapi():
+    """docs/asyncapi.yaml: every topic with its QoS and retain flag, every command with its answer; examples; version."""
+    api, told = yaml.safe_load((ROOT / "docs/asyncapi.yaml").read_text()), set()
+    follow = lambda node: functools.reduce(dict.__getitem__, node["$ref"][2:].split("/"), api)  # noqa: E731
+    for operation in api["operations"].values():
+        channel, mqtt = follow(operation["channel"]), follow(operation["bindings"])["mqtt"]
+        topic = channel["address"].removeprefix("{base}/")
+        told.add((topic, str(mqtt["qos"]), str(mqtt["retain"]).lower()))
+        if topic.endswith("/get") and "reply" in operation:
+            assert follow(operation["reply"]["channel"])["address"] + "/get" == channel["address"]
+        for message in map(follow, channel["messages"].values()):
+            assert message["payload"]["$ref"] == f"schema/{schema_of(topic)}.json"
+            assert [f for e in message["examples"] for f in faults(schema_of(topic), e["payload"])] == []
+    assert told == {*TOPICS, *((command, "0", "false") for command in COMMANDS)}
+    assert api["info"]["version"] == found(r"VERSION (\d+\.\d+\.\d+)", "CMakeLists.txt")[0]
 
 
 def test_written_examples(world):

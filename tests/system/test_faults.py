@@ -8,13 +8,6 @@ WIFI = {"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"}
 STATES = {"ethernet/state": "eth0", "wifi/state": "wlan0", "modem/state": "cdc-wdm0"}
 
 
-def connected(world):
-    service = world.run(WIFI)
-    for topic in STATES:
-        world.client.wait(topic, lambda d: d["stateStr"] == "Connected")
-    return service
-
-
 def all_right(world):
     """What the broker retains agrees with the simulated devices."""
     def agrees():
@@ -30,9 +23,8 @@ def all_right(world):
     until(agrees, "retained documents are right")
 
 
-def test_networkmanager_restarts_in_a_set_command(world):
+def restarts_in_a_set_command(world, service):
     """Nothing is written on paths of before; the devices that are announced again bring it about."""
-    service = connected(world)
     world.sim.drop_method(PROFILE + ".GetSecrets", times=1)
     world.sim.reset_calls()
     world.client.send("modem/config/set", {"method": "auto", "apn": "other"})
@@ -40,14 +32,12 @@ def test_networkmanager_restarts_in_a_set_command(world):
     world.sim.restart("nm")
     service.wait_log("[Modem] NetworkManager restarts. Connection 'Broadband' will be checked again.")
     until(lambda: world.sim.profile("Broadband")["gsm"]["apn"] == "other", "the new access point name")
-    all_right(world)
 
 
-def test_networkmanager_restarts_twice(world):
+def restarts_twice(world, service):
     """The second time while announced devices wait for their second, and with a device and a profile less."""
     def profiles():
         return [profile["name"] for profile in world.sim.profiles()]
-    service = connected(world)
     world.sim.restart("mm")
     service.wait_log("Device added: Modem")  # it has the last path now
     world.sim.restart("nm")
@@ -61,13 +51,12 @@ def test_networkmanager_restarts_twice(world):
     world.client.settle()
     assert profiles().count("Broadband") == 1
     world.sim.add_device("wifi", interface="wlan0")
-    all_right(world)
 
 
-def test_retained_set_command(world):
+def retained_set_command(world, service):
     """It runs with each session, after the round over the devices, and changes nothing the second time."""
     world.client.mqtt.publish(f"{BASE}/ethernet/config/set", b'{"method": "auto"}', retain=True)
-    world.run()
+    service.wait_log("Command Received : ethernet/config/set")
     world.end_service()
     world.sim.reset_calls()
     service = world.run(None)
@@ -78,13 +67,24 @@ def test_retained_set_command(world):
     assert world.sim.count_calls(PROFILE + ".Update") == 0
 
 
-def test_stale_lock(world):
+def stale_lock(world, service):
     """A lock file that a killed process has left does not keep the configuration from being saved."""
-    world.run()
     (world.folder / "lanvoy.conf.lock").write_text(f"999999\nlanvoy\n{socket.gethostname()}\n")
     world.client.send("ethernet/config/set", {"method": "auto", "dns1": "192.0.2.77"})
     world.client.settle()
     assert "dns1=192.0.2.77" in (world.folder / "lanvoy.conf").read_text()
+
+
+FAULTS = [restarts_in_a_set_command, restarts_twice, retained_set_command, stale_lock]
+
+
+@pytest.mark.parametrize("fault", FAULTS, ids=lambda fault: fault.__name__)
+def test_fault(world, fault):
+    service = world.run(WIFI)
+    for topic in STATES:
+        world.client.wait(topic, lambda d: d["stateStr"] == "Connected")
+    fault(world, service)
+    all_right(world)
 
 
 def test_bus_lost(world):

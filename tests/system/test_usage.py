@@ -2,24 +2,20 @@
 import contextlib
 import os
 import pathlib
-import subprocess
 import time
 
 import pytest
-from real_networkmanager import isolate
+from isolation import isolate, run
 
+isolate()
 COUNTERS = pathlib.Path("/sys/class/net/wwan0/statistics")
-try:
-    isolate()  # before anything else is started: all that this file starts lives there
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/sys/class/net"], check=True)
-    COUNTERS.mkdir(parents=True)
-    # The snapshot has a fixed place in /tmp: what is written there stays in this namespace.
-    for layer in ("upper", "work"):
-        pathlib.Path("/run/NetworkManager", layer).mkdir()
-    subprocess.run(["mount", "-t", "overlay", "overlay", "/tmp", "-o", "lowerdir=/tmp,"
-                    "upperdir=/run/NetworkManager/upper,workdir=/run/NetworkManager/work"], check=True)
-except (OSError, subprocess.CalledProcessError) as reason:
-    pytest.skip(f"namespaces are not available here ({reason})", allow_module_level=True)
+run("mount", "-t", "tmpfs", "tmpfs", "/sys/class/net")
+COUNTERS.mkdir(parents=True)
+# The snapshot has a fixed place in /tmp: what is written there stays in this namespace.
+for layer in ("upper", "work"):
+    pathlib.Path("/run/NetworkManager", layer).mkdir()
+run("mount", "-t", "overlay", "overlay", "/tmp", "-o", "lowerdir=/tmp,"
+    "upperdir=/run/NetworkManager/upper,workdir=/run/NetworkManager/work")
 
 from conftest import until  # noqa: E402
 
@@ -84,7 +80,7 @@ def test_full_disk(world):
     """Both files stay whole, and what could not be saved is saved once there is space again."""
     disk = world.folder / "stats"
     disk.mkdir()
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", disk], check=True)
+    run("mount", "-t", "tmpfs", "-o", "size=256k", "tmpfs", disk)
     config, stats, filler = (disk / name for name in ("lanvoy.conf", "modem.ini", "filler"))
     (world.folder / "lanvoy.conf").symlink_to(config)
     try:
@@ -106,7 +102,7 @@ def test_full_disk(world):
         world.client.settle()
         assert "dns1=192.0.2.77" in config.read_text() and "txbytes=40000" in stats.read_text()
     finally:
-        subprocess.run(["umount", "-l", disk], check=True)
+        run("umount", "-l", disk)
 
 
 @pytest.mark.parametrize("lack", ["bearer", "known"])
