@@ -80,9 +80,7 @@ FAULTS = [restarts_in_a_set_command, restarts_twice, retained_set_command, stale
 
 @pytest.mark.parametrize("fault", FAULTS, ids=lambda fault: fault.__name__)
 def test_fault(world, fault):
-    service = world.run(WIFI)
-    for topic in STATES:
-        world.client.wait(topic, lambda d: d["stateStr"] == "Connected")
+    service = world.connected()
     fault(world, service)
     all_right(world)
 

@@ -1,5 +1,5 @@
 """Every query with every kind of interface name."""
-from conftest import NM, PROFILE, until
+from conftest import NM, PROFILE, until, wired_once
 
 QUERIES = {
     "ethernet/state/get": "eth0", "ethernet/config/get": "eth0", "wifi/state/get": "wlan0",
@@ -9,7 +9,7 @@ KINDS = {"ethernet": "Ethernet", "wifi": "Wifi", "modem": "Modem"}
 
 
 def test_queries(world):
-    service = world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse", "Modem/usageSec": 0})
+    service = world.connected(**{"Modem/usageSec": 0})
     client = world.client
     world.sim.add_device("wired", interface="eth1")
     client.wait("ethernet/state", lambda d: d["interface"] == "eth1")
@@ -33,24 +33,18 @@ def test_queries(world):
 
 def test_networkmanager_is_asked_for_secrets_only(world):
     """Neither queries nor a new broker session make other requests, once everything has been read."""
-    service = world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
-    for kind in KINDS:
-        world.client.wait(f"{kind}/state", lambda d: d["stateStr"] == "Connected")
+    world.connected()
     for command in QUERIES:  # what is read for the first time is read once
         world.client.ask(command)
     world.sim.reset_calls()
     for command in (*QUERIES, "status/get", "info/get"):
         world.client.ask(command)
     assert [call["member"] for call in world.sim.calls()] == [PROFILE + ".GetSecrets"] * 2
-    world.broker.kill()
-    world.broker.wait()
-    world.client.close()
-    world.begin()
-    service.wait_log("IPC Connected to", 2)
-    world.client.wait("modem/signal")
-    world.client.settle()
+    world.lose_broker()
     called = [call["member"] for call in world.sim.calls(NM)]
     assert called == [PROFILE + ".GetSecrets"] * 6  # provisioning and document, wifi and modem
+    world.lose_broker()
+    wired_once(world)
 
 
 def test_thousand_access_points_do_not_go_stale(world):

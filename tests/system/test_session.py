@@ -4,7 +4,7 @@ import socket
 import subprocess
 
 import pytest
-from conftest import BASE, BINARY, Client, wired_once
+from conftest import BASE, BINARY, Client
 from sim.stack import end
 
 
@@ -49,20 +49,6 @@ def test_payloads(world):
     assert "Unsupported command '%s%n/%d/get'" in service.lines()
     assert f"Message Received [{BASE}/nothing/get]" in service.lines("IPC")
     assert {m.retained for m in client.on("error")} == {False}
-
-
-def test_broker_returns(world):
-    """After each loss a new session, which wires nothing twice."""
-    service = world.run()
-    for attempt in (2, 3):
-        world.broker.kill()
-        world.broker.wait()
-        service.wait_log("IPC Disconnected.", attempt - 1)
-        world.client.close()
-        world.begin()
-        service.wait_log("IPC Connected to", attempt)
-        world.client.wait("modem/signal")
-    wired_once(world)
 
 
 def test_silent_and_refusing_broker(world):
