@@ -23,51 +23,31 @@ extern "C" void vsyslog(int /*priority*/, const char* format, va_list args)
     vsnprintf(line, sizeof line, format, args);
 }
 
-namespace
-{
-
-/** Ends the run, which keeps the input, when a rule does not hold. */
-void require(bool holds, const char* rule)
-{
-    if (holds)
-        return;
-    std::fprintf(stderr, "Does not hold: %s\n", rule);
-    std::abort();
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static int argc = 0;
     static const QCoreApplication app(argc, nullptr);
     static Config config(QStringLiteral("/dev/null/lanvoy.conf"), nullptr); // cannot be read: the defaults
-    static IPC ipc(&config, nullptr);
-    static int commands;
-    static QString command;
-    static QJsonObject object;
-    static const auto connection = QObject::connect(&ipc, &IPC::commandReceived, &ipc,
-                                                    [](const QString& name, const QJsonObject& members) {
-                                                        ++commands;
-                                                        command = name;
-                                                        object = members;
-                                                    });
+    IPC ipc(&config, nullptr);
+    QList<QPair<QString, QJsonObject>> commands;
+    QObject::connect(&ipc, &IPC::commandReceived, &ipc, [&](const QString& name, const QJsonObject& members) {
+        commands.append({name, members});
+    });
     Log::setLevel(Log::Debug);
-    commands = 0;
     const QString base = config.mqtt().base + QLatin1Char('/');
     const QByteArray input(reinterpret_cast<const char*>(data), static_cast<int>(size));
     const int end = input.indexOf('\n');
     const QString topic = base + QString::fromUtf8(input.left(end));
     const QByteArray payload = end < 0 ? QByteArray() : input.mid(end + 1);
-    require(QMetaObject::invokeMethod(&ipc, "onMqttMessage", Q_ARG(QByteArray, payload),
-                                      Q_ARG(QMqttTopicName, QMqttTopicName(topic))),
-            "the intake is a slot of this name");
+    const bool called = QMetaObject::invokeMethod(&ipc, "onMqttMessage", Q_ARG(QByteArray, payload),
+                                                  Q_ARG(QMqttTopicName, QMqttTopicName(topic)));
 
+    // One command for each readable message, none for others; topic and object arrive unchanged.
     const QJsonDocument document = QJsonDocument::fromJson(payload);
     const bool readable = payload.isEmpty() || !document.isNull();
-    require(commands == (readable ? 1 : 0), "one command for each readable message, none for others");
-    require(!readable || object == document.object(), "the command carries the payload's object");
-    require(topic.count(base) != 1 || !readable || base + command == topic,
-            "the command is what follows the base topic");
+    if (!called || commands.size() != (readable ? 1 : 0)
+        || (readable && commands[0].second != document.object())
+        || (readable && topic.count(base) == 1 && base + commands[0].first != topic))
+        std::abort(); // which keeps the input
     return 0;
 }

@@ -154,22 +154,22 @@ private Q_SLOTS:
         Session session(broker);
         QMqttClient& client = *session.client;
         QList<qint32> ids, confirmed;
-        QByteArrayList documents;
         connect(&client, &QMqttClient::messageSent, [&](qint32 id) { confirmed.append(id); });
         connect(&client, &QMqttClient::connected, [&] {
             QCOMPARE(client.publish(QString("q0"), "x", 0), 0); // never confirmed
             ids.append(client.publish(QString("q1"), "x", 1));
-            for (int i = 0; i < 300; ++i) {
-                documents.append(QByteArray::number(i));
-                ids.append(client.publish(QString("doc"), documents.last(), 2, true));
-            }
+            for (int i = 0; i < 300; ++i)
+                ids.append(client.publish(QString("doc"), QByteArray::number(i), 2, true));
         });
         client.connectToHost();
         QTRY_COMPARE(confirmed.size(), 301);
         QCOMPARE(confirmed, ids);
-        QCOMPARE(broker.documents, documents);
         for (const auto& [packet, flags] : {QPair(1, 0), QPair(2, 2), QPair(3, 5)}) // QoS 0; 1; 2 and retain
             QCOMPARE(broker.packets.at(packet).flags, flags);
+        int next = 0;
+        for (const Broker::Packet& packet : qAsConst(broker.packets))
+            QVERIFY(packet.type != Broker::Publish || packet.flags != 5
+                    || packet.body.mid(7) == QByteArray::number(next++));
         // Brokers acknowledge and discard what exceeds their own window, usually 20.
         QVERIFY(broker.mostUnfinished <= 20);
     }
@@ -195,24 +195,22 @@ private Q_SLOTS:
 
     void connectPacket()
     {
-        const struct {
-            const char *username, *password;
-            quint16 keepAlive;
-            const char* fields; // level, flags, keep-alive, then what follows the client id
-        } rows[] = {
-            {"u", "", 0, "04820000000175"}, {"u", "p", 3, "04c20005000175000170"}, // 5 is the shortest
+        const QPair<QByteArray, QByteArray> rows[] = {
+            // password; level, flags, keep-alive, user and password
+            {"", "04820005000175"},
+            {"p", "04c20005000175000170"},
         };
-        for (const auto& row : rows) {
+        for (const auto& [password, fields] : rows) {
             Broker broker;
             Session session(broker);
-            session.client->setUsername(row.username);
-            session.client->setPassword(row.password);
-            session.client->setKeepAlive(row.keepAlive);
+            session.client->setUsername("u");
+            session.client->setPassword(password);
+            session.client->setKeepAlive(3); // 5 is the shortest
             session.client->connectToHost();
             QTRY_COMPARE(session.client->state(), QMqttClient::Connected);
             const QByteArray body = broker.packets.first().body;
             QCOMPARE(body.mid(12, 23), session.client->clientId()); // every broker takes so many characters
-            QCOMPARE((body.mid(6, 4) + body.mid(35)).toHex(), row.fields);
+            QCOMPARE((body.mid(6, 4) + body.mid(35)).toHex(), fields);
         }
     }
 
