@@ -122,9 +122,9 @@ class Service:
 
     def __init__(self, stack, settings):
         self.log_file = stack.folder / "service.log"
-        log = open(self.log_file, "wb")
-        self.process = stack.start_service(BINARY, settings, "-e", "-v", "3", stdout=log, stderr=log,
-                                           env=stack.environment)
+        with open(self.log_file, "wb") as log:
+            self.process = stack.start_service(BINARY, settings, "-e", "-v", "3", stdout=log, stderr=log,
+                                               env=stack.environment)
 
     @property
     def log(self):
@@ -132,7 +132,7 @@ class Service:
 
     def lines(self, tag="Engine"):
         """The messages of one class, without the prefix of the line."""
-        return [m.group(1) for m in re.finditer(r"^lanvoy: \[ *\d+\.\d{3}\] \[%s\] (.*)$" % tag, self.log, re.M)]
+        return re.findall(rf"^lanvoy: \[ *\d+\.\d{{3}}\] \[{tag}\] (.*)$", self.log, re.M)
 
     @property
     def tail(self):
@@ -147,7 +147,7 @@ class Service:
 
 
 class World(Stack):
-    """A stack with a client of the simulation; service() starts the service under test."""
+    """A stack with a client of the simulation; run() starts the service under test."""
 
     def __init__(self):
         super().__init__()
@@ -193,9 +193,40 @@ class World(Stack):
                     if answer != last.get((topic, name)):
                         wrong.append((topic, name, last.get((topic, name)), answer))
         return wrong
+    def connected(self, **settings):
+        """Starts the service and waits until all devices are connected and have an address."""
+        self.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse", **settings})
+        for kind in ("ethernet", "wifi", "modem"):
+            self.client.wait(f"{kind}/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"])
+        return self.service
+
+    def lose_broker(self):
+        """Kills the broker, starts another one and waits for the round over the devices."""
+        sessions = self.service.log.count("IPC Connected to")
+        self.broker.kill()
+        self.broker.wait()
+        self.service.wait_log("IPC Disconnected.", sessions)
+        self.client.close()
+        self.begin()
+        self.service.wait_log("IPC Connected to", sessions + 1)
+        self.client.wait("modem/signal")
+        self.client.settle()
 
     def end_service(self):
         end(self.service.process)
+
+
+def wired_once(world):
+    """One event makes one document, whatever has gone before."""
+    client = world.client
+    client.settle()
+    client.forget()
+    world.sim.set_signal(13)
+    client.wait("modem/signal", lambda d: d["quality"] == 13)
+    world.sim.set_carrier("eth0", False)
+    client.wait("ethernet/state", lambda d: d["state"] == 1)
+    client.settle()
+    assert len(client.on("modem/signal")) == 1 and len(client.on("ethernet/state")) == 1
 
 
 @pytest.fixture(scope="session")

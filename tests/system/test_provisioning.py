@@ -1,219 +1,60 @@
-"""Connections come out as configured: created, updated, activated or left alone; requests, messages, convergence."""
-import itertools
+"""Connections come out as configured: created, updated, activated or left alone; requests and messages."""
+import json
+import pathlib
+import re
 
 import pytest
 from conftest import NM, PROFILE
 
-UPDATE = PROFILE + ".Update"
-ADD = NM + ".AddAndActivateConnection"
-ACTIVATE = NM + ".ActivateConnection"
-SECRETS = PROFILE + ".GetSecrets"
-CLEAR = PROFILE + ".ClearSecrets"
-STATIC = {"method": "manual", "address": "10.0.0.5", "netmask": "255.255.255.0"}
+# By name: kind of device, what the service starts with, and steps. A step does something to the simulation, waits for a
+# state, sends a set command (the first one: starts the service) and tells the messages about the device, the requests
+# about its profile, and the configuration document afterwards.
+STORIES = json.loads(pathlib.Path(__file__).with_name("provisioning.json").read_text())
+TYPES = {"ethernet": "802-3-ethernet", "wifi": "802-11-wireless", "modem": "gsm"}
+REQUESTS = [PROFILE + ".Update", PROFILE + ".GetSecrets", PROFILE + ".ClearSecrets", NM + ".ActivateConnection",
+            NM + ".AddAndActivateConnection"]
 # Messages about the device that come by themselves.
 MEANWHILE = ("State changed", "Publishing Data", "Started monitoring Data", "Stopped monitoring Data")
 
 
-def provision(world, kind, fields):
-    """Sends one set command; the engine's messages about the device and the requests to NetworkManager."""
-    service = world.service
-    world.sim.reset_calls()
-    seen = len(service.lines())
-    world.client.send(f"{kind}/config/set", fields)
-    world.client.settle()
+def requests(sim, kind):
+    """Names of the requests, with the settings that they carry but for what is new each time."""
+    for call in sim.calls():
+        name, groups = call["member"].rpartition(".")[2], next(iter(call["args"]), None)
+        if call["member"] in REQUESTS and not isinstance(groups, dict):
+            yield [name]
+        elif call["member"] in REQUESTS and groups["connection"]["type"] == TYPES[kind]:
+            connection = {k: v for k, v in groups["connection"].items() if k not in ("uuid", "timestamp")}
+            yield [name, {**groups, "connection": connection}]
+
+
+def play(world, story, step):
+    """Carries out a step; what it has led to."""
+    client, sim, kind = world.client, world.sim, story["kind"]
+    if "do" in step:
+        client.forget()
+    for name, *arguments in step.get("do", []):
+        getattr(sim, name)(*arguments)
+    if "until" in step:
+        client.wait(f"{kind}/state", lambda d: d["stateStr"] == step["until"])
+    sim.reset_calls()
+    seen = len(world.service.lines()) if world.service else 0
+    if "set" in step:
+        client.send(f"{kind}/config/set", step["set"])
+        client.settle()
+    else:
+        world.run(story["settings"])
     tag = f"[{kind.capitalize()}] "
-    lines = [line[len(tag):] for line in service.lines()[seen:] if line.startswith(tag)]
-    requests = [(call["member"], call["args"]) for call in world.sim.calls()
-                if call["member"] in (UPDATE, ADD, ACTIVATE, SECRETS, CLEAR)]
-    return [line for line in lines if not line.startswith(MEANWHILE)], requests
+    lines = [line.removeprefix(tag) for line in world.service.lines()[seen:] if line.startswith(tag)]
+    return {"log": [line for line in lines if not line.startswith(MEANWHILE)], "asked": list(requests(sim, kind)),
+            "told": client.ask(f"{kind}/config/get")}
 
 
-def disconnect(world):
-    """Disconnects the wired device and waits until the service knows."""
-    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected")
-    world.client.forget()
-    world.sim.disconnect("eth0")
-    world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Disconnected")
-
-
-def plug(world, carrier):
-    """Plugs the wired device's cable in or out and waits until the service knows."""
-    world.client.forget()
-    world.sim.set_carrier("eth0", carrier)
-    world.client.wait("ethernet/state", lambda d: d["reasonStr"] == "CarrierReason")
-
-
-def members(requests):
-    return [member for member, _ in requests]
-
-
-def test_wired(world):
-    sim = world.sim
-    sim.set_carrier("eth0", False)
-    service = world.run({"Wifi/ssid": "", "Modem/id": ""})
-    out = "[Ethernet] Carrier not detected (cable unplugged). Will not attempt to connect."
-    lines = service.lines()
-    start = lines.index("[Ethernet] Checking connection: Ethernet")
-    assert lines[start + 1:start + 3] == [
-        "[Ethernet] Connection 'Ethernet' does not exist. Creating and activating.", out]
-    assert [p["name"] for p in sim.profiles()] == ["lo"]
-
-    plug(world, True)
-    lines, requests = provision(world, "ethernet", {"method": "auto"})
-    assert lines == ["Checking connection: Ethernet",
-                     "Connection 'Ethernet' does not exist. Creating and activating.",
-                     "Carrier detected (cable is plugged).", "Connection 'Ethernet' created successfully."]
-    assert members(requests) == [ADD]
-    unchanged = ["Checking connection: Ethernet", "Connection 'Ethernet' already exists.",
-                 "No update required for connection 'Ethernet'.", "Carrier detected (cable is plugged)."]
-    assert provision(world, "ethernet", {"method": "auto"}) == (unchanged, [])
-
-    disconnect(world)
-    lines, requests = provision(world, "ethernet", {"method": "auto"})
-    assert lines[4:] == ["Connection 'Ethernet' not active. Activating.", "Connection 'Ethernet' activated."]
-    disconnect(world)
-    sim.fail_method(ACTIVATE, NM + ".UnknownDevice", "no %d")
-    assert provision(world, "ethernet", {"method": "auto"})[0][5:] == ["Failed to activate connection: no %d"]
-
-    lines, requests = provision(world, "ethernet", STATIC)
-    assert lines[2:] == [
-        "Connection settings have changed. Applying new settings.",
-        "Settings of connection 'Ethernet' refused, sending them corrected : gsm.password: property is empty",
-        "Carrier detected (cable is plugged).", "Connection 'Ethernet' updated."]
-    assert members(requests) == [UPDATE, UPDATE, ACTIVATE]
-    stated, corrected = (args[0] for member, args in requests if member == UPDATE)
-    assert stated["gsm"] == {"password": "", "pin": ""} and "gsm" not in corrected
-    # The document of the same moment shows what took effect, before NetworkManager has told the library.
-    document = world.client.ask("ethernet/config/get")
-    assert document == {"interface": "eth0", "gateway": "0.0.0.0", **STATIC}
-
-    plug(world, False)
-    lines, requests = provision(world, "ethernet", {"method": "auto"})
-    assert lines[-1] == out.removeprefix("[Ethernet] ") and ACTIVATE not in members(requests)
-    ipv4 = sim.profile("Ethernet")["ipv4"]
-    assert ipv4["method"] == "auto" and not ipv4.get("addresses") and not ipv4.get("address-data")
-    assert not ipv4.get("gateway")
-
-
-@pytest.mark.parametrize("ssid, key, management, secret", [
-    ("Cafe", "", None, None), ("OldRouter", "abcde", "none", "wep-key0"),
-    ("Printer", "printer-1234", "wpa-psk", "psk"), ("Gateway-Home", "correct horse", "wpa-psk", "psk"),
-    ("Mixed", "mixed-1234", "wpa-psk", "psk"), ("Strange", "", "wpa-psk", None)])  # the security that NetworkManager completes it with
-def test_wifi_kinds(world, ssid, key, management, secret):
-    service = world.run({"Wifi/ssid": ssid, "Wifi/key": key})
-    if ssid != "Strange":  # an open profile is not what that network wants
-        world.client.wait("wifi/state", lambda d: d["stateStr"] == "Connected" and d["ap"]["ssid"] == ssid)
-    profile = world.sim.profile(ssid)
-    assert profile["connection"]["id"] == ssid and profile["ipv6"]["method"] == "ignore"
-    assert profile["802-11-wireless"]["ssid"] == ssid
-    security = profile.get("802-11-wireless-security", {})
-    assert security.get("key-mgmt") == management and (not secret or security[secret] == key)
-    unsure = f"Could not determine Wifi security for AP '{ssid}'. Defaulting to 'none'."
-    assert service.lines().count(unsure) == (ssid == "Strange")
-    lines, requests = provision(world, "wifi", {"ssid": ssid, "key": key, "method": "auto"})
-    assert f"No update required for connection '{ssid}'." in lines
-    assert members(requests) == [SECRETS] + [ACTIVATE] * (ssid == "Strange")
-    refused = [line for line in lines if line.startswith("Failed to get secrets")]
-    assert len(refused) == (secret is None)
-
-
-def test_wifi_out_of_reach(world):
-    world.run({"Ethernet/id": ""})
-    assert "[Wifi] SSID not configured. Will not attempt to connect." in world.service.lines()
-    assert provision(world, "wifi", {"ssid": "Nowhere %s", "key": "12345678"}) == (
-        ["Configured access point 'Nowhere %s' not in range. Will not attempt to connect."], [])
-    assert provision(world, "wifi", {"ssid": "gateway-home"})[1] == []  # names are case-sensitive
-    assert [p["name"] for p in world.sim.profiles() if p["type"] == "802-11-wireless"] == []
-
-
-def test_modem_and_its_secrets(world):
-    """Secrets are set, replaced, kept and removed; an empty one cannot be removed by an update alone."""
-    world.run()
-    assert world.sim.profile("Broadband")["gsm"]["apn"] == "internet"
-
-    def held():
-        gsm = world.sim.profile("Broadband")["gsm"]
-        return gsm.get("username"), gsm.get("password"), gsm.get("pin"), gsm.get("network-id")
-
-    lines, requests = provision(world, "modem", {"method": "auto", "apn": "net", "username": "me",
-                                                 "password": "word", "pin": "1234", "networkId": "26201"})
-    assert members(requests) == [SECRETS, UPDATE, ACTIVATE] and held() == ("me", "word", "1234", "26201")
-    assert requests[1][1][0]["gsm"]["number"] == "*99#"
-    lines, requests = provision(world, "modem", {"method": "auto", "apn": "net", "pin": "1234", "password": None})
-    assert members(requests) == [SECRETS, UPDATE, UPDATE, ACTIVATE]
-    assert held() == (None, None, "1234", None)
-    for name in ("net ", "net "):  # NetworkManager strips it
-        requests = provision(world, "modem", {"method": "auto", "apn": name, "pin": "1234"})[1]
-        assert members(requests) == [SECRETS]
-    # A refused update costs none of the secrets in force.
-    assert "network-id" in provision(world, "modem", {"method": "auto", "apn": "net", "networkId": "12"})[0][-1]
-    assert held() == (None, None, "1234", None)
-    lines, requests = provision(world, "modem", {"method": "auto", "apn": "net", "pin": 1234})
-    assert held() == (None, None, None, None) and members(requests) == [SECRETS, UPDATE, UPDATE, CLEAR, ACTIVATE]
-    lines, requests = provision(world, "modem", {"method": "auto", "apn": "net"})
-    assert lines[-1] == "No update required for connection 'Broadband'." and members(requests) == [SECRETS]
-    world.sim.fail_method(SECRETS, PROFILE + ".PermissionDenied", "no")
-    assert not any("secrets" in line for line in provision(world, "modem", {"method": "auto", "apn": "net"})[0])
-
-
-def test_refused_update_is_tried_again(world):
-    """A refusal is final for this time only: the next run compares with what NetworkManager really holds."""
-    world.run()
-    for _ in range(2):
-        world.sim.fail_method(UPDATE, PROFILE + ".Failed", "disk full")
-        lines, requests = provision(world, "ethernet", STATIC)
-        assert lines[2:] == ["Connection settings have changed. Applying new settings.",
-                             "Failed to update connection 'Ethernet' : disk full"]
-        assert members(requests) == [UPDATE] and world.client.ask("ethernet/config/get")["method"] == "auto"
-    assert provision(world, "ethernet", STATIC)[0][-1] == "Connection 'Ethernet' updated."
-    for fields in ({"method": "manual"}, {**STATIC, "netmask": "24"}, {**STATIC, "address": "fe80::1"}):
-        for _ in range(2):
-            assert "cannot be empty for 'method=manual'" in provision(world, "ethernet", fields)[0][-1]
-    assert world.sim.profile("Ethernet")["ipv4"]["method"] == "manual"
-    world.sim.fail_method(ADD, PROFILE + ".InvalidProperty", "ipv4.dns: %s")
-    assert provision(world, "wifi", {"ssid": "Cafe", "method": "auto"})[0][-1] == (
-        "Failed to create connection 'Cafe' : ipv4.dns: %s")
-
-
-def test_method_without_static_addresses(world):
-    """manual -> link-local: the addresses that are not allowed any more go with a corrected request."""
-    world.run()
-    provision(world, "ethernet", {**STATIC, "gateway": "10.0.0.1", "dns0": "10.0.0.2"})
-    lines, requests = provision(world, "ethernet", {})
-    assert lines[-1] == "Connection 'Ethernet' updated." and members(requests).count(UPDATE) == 3
-    assert world.client.ask("ethernet/config/get") == {"interface": "eth0", "method": "link-local"}
-    assert provision(world, "ethernet", {})[0][2] == "No update required for connection 'Ethernet'."
-
-
-def convergence_table():
-    """Configurations that NetworkManager takes, odd ones among them."""
-    ipv4 = [{"method": "auto"}, {"method": "auto", "address": "nonsense", "dns0": "1.1.1.1"}, {"method": ""}, {},
-            {"method": "Manual", **{"dns0": "x"}}, {**STATIC}, {**STATIC, "gateway": "10.0.0.1"},
-            {**STATIC, "gateway": "0.0.0.0", "dns0": "9.9.9.9"}, {**STATIC, "dns0": "9.9.9.9", "dns1": "9.9.9.9"},
-            {**STATIC, "dns0": "fe80::1", "dns1": "8.8.8.8"}, {**STATIC, "dns0": "no", "dns1": "0.0.0.0"},
-            {**STATIC, "netmask": "0.0.0.0"}, {**STATIC, "address": "10.0.0.6", "gateway": "no gateway"}]
-    wifi = [{"ssid": "Cafe"}, {"ssid": "Mixed", "key": "mixed-1234"}, {"ssid": "Mixed", "key": ""},
-            {"ssid": "OldRouter", "key": "abcde"}, {"ssid": "Strange"},
-            {"ssid": "Gateway-Home", "key": "quo\"te, \\ back; slash % = "}]
-    modem = [{"apn": ""}, {"apn": "a", "username": "u", "password": "p"}, {"apn": "a", "pin": "0000"},
-             {"apn": "a-b.c", "username": "ü%s", "password": "\"x\\", "networkId": "00101", "pin": "1"}]
-    rows = [("ethernet", row) for row in ipv4]
-    rows += [("wifi", {**a, **b}) for a, b in itertools.product(wifi, (ipv4[0], ipv4[3], ipv4[9]))]
-    rows += [("modem", {**a, **b}) for a, b in itertools.product(modem, (ipv4[0], ipv4[3], ipv4[9]))]
-    return rows
-
-
-def test_convergence(world):
-    """Provisioned twice, the second run changes nothing and asks for nothing but secrets, whatever the values."""
-    world.run()
-    table = convergence_table()
-    assert len(table) >= 40
-    for kind, fields in table:
-        first, requests = provision(world, kind, fields)
-        assert not any(line.startswith("Failed to u") or line.startswith("Failed to c") for line in first), fields
-        lines, requests = provision(world, kind, fields)
-        assert any(line.startswith("No update required") for line in lines), (kind, fields, first, lines)
-        assert not {UPDATE, ADD, CLEAR} & set(members(requests)), (kind, fields, lines, requests)
+@pytest.mark.parametrize("story", STORIES.values(), ids=STORIES)
+def test_story(world, story):
+    for step in story["steps"]:
+        result = play(world, story, step)
+        assert result == {"told": result["told"], **{key: step[key] for key in result.keys() & step.keys()}}
 
 
 def test_set_commands(world):
@@ -222,19 +63,16 @@ def test_set_commands(world):
     for kind, named in (("ethernet", "ethernet/config/get"), ("wifi", "wifi/config/get"), ("modem", "modem/config/set")):
         error = world.client.ask(f"{kind}/config/set", {"interface": "no7", "method": "x"}, "error")
         assert error == {"command": named, "error": "Invalid device specified: no7"}
-    text = (world.folder / "lanvoy.conf").read_text()
-    assert "method" not in text  # nothing saved
+    assert "method" not in (world.folder / "lanvoy.conf").read_text()  # nothing saved
     nasty = " a\"b,c;d%e\\f=g\u00e4\u4e2d\U0001f600 "
     world.client.send("modem/config/set", {"interface": "cdc-wdm0", "apn": nasty, "pin": 1234, "username": None,
                                            "networkId": 26201, "password": "p" * 10000, "autocon": False})
     world.client.send("wifi/config/set", {"ssid": nasty, "key": "x"})
     world.client.settle()
-    assert "dns1=" in (world.folder / "lanvoy.conf").read_text().split("[Modem]")[1]
     world.end_service()
     world.client.forget()
     service = world.run(settings=None)
-    listing = dict(line.split(": ", 1) for line in service.lines("Config") if ": " in line)
-    held = {key.strip(): value for key, value in listing.items()}
+    held = dict(re.fullmatch(r"(\S+) *: (.*)", line).groups() for line in service.lines("Config") if ": " in line)
     assert held["modem.pin"] == "" and held["modem.network_id"] == "" and held["modem.autocon"] == "1"
     assert held["modem.password"] == "p" * 10000 and held["modem.id"] == "Broadband" and held["modem.usageSec"] == "120"
     assert held["wifi.method"] == held["modem.method"] == "" and held["wifi.key"] == "x"

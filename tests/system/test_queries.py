@@ -1,5 +1,5 @@
 """Every query with every kind of interface name."""
-from conftest import NM, PROFILE, until
+from conftest import NM, PROFILE, until, wired_once
 
 QUERIES = {
     "ethernet/state/get": "eth0", "ethernet/config/get": "eth0", "wifi/state/get": "wlan0",
@@ -9,7 +9,7 @@ KINDS = {"ethernet": "Ethernet", "wifi": "Wifi", "modem": "Modem"}
 
 
 def test_queries(world):
-    service = world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
+    service = world.connected(**{"Modem/usageSec": 0})
     client = world.client
     world.sim.add_device("wired", interface="eth1")
     client.wait("ethernet/state", lambda d: d["interface"] == "eth1")
@@ -26,44 +26,25 @@ def test_queries(world):
     assert client.ask("ethernet/config/get", {"interface": "eth1"})["interface"] == "eth1"
     assert client.ask("modem/stats/get", {"interface": "cdc-wdm0"}) == {}
     assert client.ask("modem/stats/get", {"interface": "eth0"}, "error")["command"] == "modem/stats/get"
+    assert "monitoring Data usage" not in service.log  # with an interval of 0
+    world.sim.fail_method(PROFILE + ".GetSecrets", PROFILE + ".PermissionDenied", "no")
+    assert "key" not in client.ask("wifi/config/get")
 
 
 def test_networkmanager_is_asked_for_secrets_only(world):
     """Neither queries nor a new broker session make other requests, once everything has been read."""
-    service = world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
-    for kind in KINDS:
-        world.client.wait(f"{kind}/state", lambda d: d["stateStr"] == "Connected")
+    world.connected()
     for command in QUERIES:  # what is read for the first time is read once
         world.client.ask(command)
     world.sim.reset_calls()
     for command in (*QUERIES, "status/get", "info/get"):
         world.client.ask(command)
     assert [call["member"] for call in world.sim.calls()] == [PROFILE + ".GetSecrets"] * 2
-    world.broker.kill()
-    world.broker.wait()
-    world.client.close()
-    world.begin()
-    service.wait_log("IPC Connected to", 2)
-    world.client.wait("modem/signal")
-    world.client.settle()
+    world.lose_broker()
     called = [call["member"] for call in world.sim.calls(NM)]
     assert called == [PROFILE + ".GetSecrets"] * 6  # provisioning and document, wifi and modem
-
-
-def test_refused_secrets(world):
-    """Configuration documents come from NetworkManager, without what it refuses to tell."""
-    world.sim.set_options(autoconnect=False)
-    world.sim.add_profile({
-        "connection": {"id": "held", "type": "802-11-wireless"}, "802-11-wireless": {"ssid": "Cafe"},
-        "802-11-wireless-security": {"key-mgmt": "wpa-psk", "psk": "12345678"}, "ipv4": {"method": "auto"}})
-    world.sim.add_profile({
-        "connection": {"id": "cell", "type": "gsm"}, "ipv4": {"method": "auto"},
-        "gsm": {"apn": "net", "username": "me", "network-id": "00101", "password": "word", "pin": "1234"}})
-    world.sim.fail_method(PROFILE + ".GetSecrets", PROFILE + ".PermissionDenied", "no", times=-1)
-    world.run({"Ethernet/id": "", "Modem/id": ""})
-    assert world.client.ask("wifi/config/get") == {"interface": "wlan0", "method": "auto", "ssid": "Cafe"}
-    assert world.client.ask("modem/config/get") == {"interface": "cdc-wdm0", "method": "auto", "apn": "net",
-                                                    "username": "me", "networkId": "00101", "password": "", "pin": ""}
+    world.lose_broker()
+    wired_once(world)
 
 
 def test_thousand_access_points_do_not_go_stale(world):

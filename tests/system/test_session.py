@@ -1,19 +1,33 @@
-"""The broker session: subscriptions, command intake, error documents, loss and return of the broker."""
-import signal
+"""The command line and the broker session: subscriptions, command intake, error documents, loss of the broker."""
+import re
 import socket
+import subprocess
 
 import pytest
 from conftest import BASE, BINARY, DEADLINE, Client, until
 from sim.stack import end
 
 
+@pytest.mark.parametrize("argument, status, answer", [
+    ("--version", 0, ""), ("--help", 0, r"Usage: .* \(default is ./lanvoy.conf\)\."),
+    ("--bogus", 1, r"lanvoy: Unknown option 'bogus'\.")])
+def test_executable_answers_after_its_banner(argument, status, answer):
+    run = subprocess.run([BINARY, argument], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    banner = r"lanvoy v[\d.]+ \([A-Z][a-z]{2} \d+ \d{4}, \d\d:\d\d:\d\d\) ?"
+    assert run.returncode == status and re.fullmatch(banner + answer, " ".join(run.stdout.split()))
+
+
 def test_session_order(world):
     """Connecting, subscriptions in their order, then the round over the devices; the log's words as they are."""
-    world.run()
-    assert world.service.lines("IPC")[:5] == [
-        f"Connecting to 127.0.0.1:{world.port}", "Connected.", f"Subscribing to topic [{BASE}/+/get].",
-        f"Subscribing to topic [{BASE}/+/+/get].", f"Subscribing to topic [{BASE}/+/+/set]."]
-    assert world.service.lines()[:2] == ["IPC Connected to 127.0.0.1", "Reloading all devices and connections."]
+    client = Client(world.port, "n")
+    service = world.run({"Mqtt/base": "n"}, wait=False)
+    client.wait("info")
+    assert service.lines("IPC")[:5] == [
+        f"Connecting to 127.0.0.1:{world.port}", "Connected.", "Subscribing to topic [n/+/get].",
+        "Subscribing to topic [n/+/+/get].", "Subscribing to topic [n/+/+/set]."]
+    assert service.lines()[:2] == ["IPC Connected to 127.0.0.1", "Reloading all devices and connections."]
+    assert client.ask("n/info/get", answer="info")["service"]["type"] == "network"  # the base goes wherever it stands
+    client.close()
 
 
 def test_payloads(world):
@@ -35,40 +49,6 @@ def test_payloads(world):
     assert "Unsupported command '%s%n/%d/get'" in service.lines()
     assert f"Message Received [{BASE}/nothing/get]" in service.lines("IPC")
     assert {m.retained for m in client.on("error")} == {False}
-
-
-def test_doubled_base_is_removed_everywhere(world):
-    client = Client(world.port, "n")
-    world.run({"Mqtt/base": "n"}, wait=False)
-    client.wait("info")
-    client.forget()
-    client.send("n/info/get")  # on n/n/info/get: the command is "info/get"
-    assert client.wait("info").document["service"]["type"] == "network"
-    client.close()
-
-
-@pytest.mark.parametrize("how", [signal.SIGKILL, signal.SIGTERM])
-def test_broker_returns(world, how):
-    """After each loss a new session, with one document per event: re-wiring doubles nothing."""
-    service = world.run()
-    for attempt in (2, 3):
-        world.broker.send_signal(how)
-        world.broker.wait()
-        service.wait_log("IPC Disconnected.", attempt - 1)
-        world.client.close()
-        world.begin()
-        service.wait_log("IPC Connected to", attempt)
-        world.client.wait("modem/signal")
-        world.client.settle()
-    world.client.forget()
-    world.sim.set_carrier("eth0", False)
-    world.client.wait("ethernet/state", lambda d: d["state"] == 1)
-    world.client.settle()
-    assert len(world.client.on("ethernet/state")) == 1
-    world.sim.set_signal(11)
-    world.client.wait("modem/signal", lambda d: d["quality"] == 11)
-    world.client.settle()
-    assert len(world.client.on("modem/signal")) == 1
 
 
 def test_silent_and_refusing_broker(world):

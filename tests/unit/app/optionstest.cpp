@@ -1,8 +1,6 @@
 #include "app/options.h"
 
 #include <QCoreApplication>
-#include <QProcess>
-#include <QRegularExpression>
 #include <QTest>
 
 class OptionsTest : public QObject
@@ -36,28 +34,6 @@ private Q_SLOTS:
             QVERIFY(options.logToStderr == row.toStderr && options.logColor == row.color);
             const QString beside = QCoreApplication::applicationDirPath() + "/lanvoy.conf";
             QCOMPARE(options.configFile, row.configFile.isNull() ? beside : row.configFile);
-        }
-    }
-
-    void executableAnswersAfterItsBanner()
-    {
-        const struct {
-            QString argument;
-            int status;
-            const char* answer; // on both channels, after the banner
-        } rows[] = {
-            {"--version", 0, ""},
-            {"--help", 0, "Usage: .* \\(default is ./lanvoy.conf\\)\\."},
-            {"--bogus", 1, "lanvoy: Unknown option 'bogus'\\."},
-        };
-        const QString banner = R"(^lanvoy v[\d.]+ \([A-Z][a-z]{2} \d+ \d{4}, \d\d:\d\d:\d\d\) ?%1$)";
-        for (const auto& row : rows) {
-            QProcess process;
-            process.start(LANVOY_EXECUTABLE, {row.argument});
-            QVERIFY(process.waitForFinished());
-            QCOMPARE(process.exitCode(), row.status);
-            const QString text = process.readAllStandardOutput() + process.readAllStandardError();
-            QVERIFY(QRegularExpression(banner.arg(row.answer)).match(text.simplified()).hasMatch());
         }
     }
 };

@@ -1,7 +1,6 @@
 #include "ipc/documents.h"
 
-#include <NetworkManagerQt/GsmSetting>
-#include <NetworkManagerQt/WirelessSetting>
+#include <NetworkManagerQt/Ipv4Setting>
 
 #include <QFile>
 #include <QJsonDocument>
@@ -30,28 +29,17 @@ QList<IpAddress> twoAddresses()
     return addresses;
 }
 
-/** The settings of a connection for which NetworkManager holds the groups @p held. */
-ConnectionSettings::Ptr profile(ConnectionSettings::ConnectionType type,
-                                const QList<Setting::SettingType>& held)
+/** The settings of a connection for which NetworkManager holds @p groups. */
+ConnectionSettings::Ptr profile(const QString& type, NMVariantMapMap groups)
 {
-    const ConnectionSettings::Ptr settings(new ConnectionSettings(type));
-    for (const Setting::SettingType group : held)
-        settings->setting(group)->setInitialized(true);
-    if (const auto wireless = settings->setting(Setting::Wireless))
-        wireless.staticCast<NetworkManager::WirelessSetting>()->setSsid("caf\xc3\xa9");
-    if (const auto gsm = settings->setting(Setting::Gsm).staticCast<NetworkManager::GsmSetting>()) {
-        gsm->setApn("internet");
-        gsm->setUsername("user");
-        gsm->setNetworkId("26201");
-    }
-    return settings;
+    groups.insert("connection", {{"type", type}});
+    return ConnectionSettings::Ptr(new ConnectionSettings(groups));
 }
 
 ConnectionSettings::Ptr manualProfile()
 {
-    const auto settings = profile(ConnectionSettings::Wired, {Setting::Ipv4});
+    const auto settings = profile("802-3-ethernet", {{"ipv4", {{"method", "manual"}}}});
     const auto ipv4 = settings->setting(Setting::Ipv4).staticCast<NetworkManager::Ipv4Setting>();
-    ipv4->setMethod(NetworkManager::Ipv4Setting::Manual);
     ipv4->setAddresses(twoAddresses());
     ipv4->setDns(threeServers); // deliberate: two of them are listed
     return settings;
@@ -68,11 +56,14 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QJsonObject golden = QJsonDocument::fromJson(file.readAll()).object();
 
-        const auto wired = profile(ConnectionSettings::Wired, {});
-        const auto wifi = profile(ConnectionSettings::Wireless, {Setting::Ipv4, Setting::Wireless});
-        const auto unnamed = profile(ConnectionSettings::Wireless, {Setting::Ipv4});
-        const auto modem = profile(ConnectionSettings::Gsm, {Setting::Ipv4, Setting::Gsm});
-        const auto noModem = profile(ConnectionSettings::Gsm, {Setting::Ipv4});
+        const QVariantMap ipv4 = {{"method", "auto"}};
+        const QVariantMap apn = {{"apn", "internet"}, {"username", "user"}, {"network-id", "26201"}};
+        const auto wired = profile("802-3-ethernet", {});
+        const auto wifi = profile(
+            "802-11-wireless", {{"ipv4", ipv4}, {"802-11-wireless", {{"ssid", QByteArray("caf\xc3\xa9")}}}});
+        const auto unnamed = profile("802-11-wireless", {{"ipv4", ipv4}});
+        const auto modem = profile("gsm", {{"ipv4", ipv4}, {"gsm", apn}});
+        const auto noModem = profile("gsm", {{"ipv4", ipv4}});
         const QVariantMap secrets = {{"password", "secret"}, {"pin", "1234"}};
         const AccessPointFacts ap = {"caf\u00e9", 5180, "02:00:00:00:00:01", 540000, 71, "infra", "wpa2"};
         const QByteArray networks

@@ -1,6 +1,6 @@
 #include "log/log.h"
 
-#include "stderrcapture.h"
+#include "stderrof.h"
 
 #include <QTest>
 
@@ -22,44 +22,39 @@ class LogTest : public QObject
 private Q_SLOTS:
     void lineIsPrefixColourMessage()
     {
-        StderrCapture captured;
         Log::setLevel(Log::Debug);
         const QPair<int, QByteArray> rows[]
             = {{0, "\x1b[31m"}, {1, "\x1b[33m"}, {2, "\x1b[39m"}, {3, "\x1b[35m"}, {4, ""}, {-1, ""}};
         for (const bool colours : {true, false}) {
             for (const auto& [level, colour] : rows) {
                 Log::open("logtest", true, colours);
-                say(level, "50%% of '%s'", "%s %n 100%");
-                const QByteArray line = captured.take();
+                const QByteArray line
+                    = stderrOf([level = level] { say(level, "50%% of '%s'", "%s %n 100%"); });
                 const QByteArray message = "[Tag] 50% of '%s %n 100%'";
                 QCOMPARE(line.left(line.indexOf('.')), "logtest: [    0"); // seconds since open()
                 QCOMPARE(line.mid(line.indexOf('.') + 4),
                          "] " + (colours ? colour + message + "\x1b[39m" : message) + '\n');
             }
         }
-        say(Log::Info, "%010000d", 7); // a long text
-        QVERIFY(captured.take().endsWith("[Tag] " + QByteArray(9999, '0') + "7\n"));
+        QVERIFY(stderrOf([] { say(0, "%010000d", 7); }).endsWith("[Tag] " + QByteArray(9999, '0') + "7\n"));
     }
 
     void setLevelDropsWhatIsLessSevere()
     {
-        StderrCapture captured;
-        Log::open("logtest", true, false);
         // One row per mask. Any other value lets everything through; a line of another value counts as debug.
         const char* const heard[] = {"0", "01", "012", "01234", "01234"};
+        Log::open("logtest", true, false);
         for (int mask = 0; mask < 5; ++mask) {
             Log::setLevel(static_cast<Log::Level>(mask));
             QByteArray levels;
             for (int level = 0; level < 5; ++level) {
-                say(level, "line");
-                if (!captured.take().isEmpty())
+                if (!stderrOf([level] { say(level, "line"); }).isEmpty())
                     levels += QByteArray::number(level);
             }
             QCOMPARE(levels, heard[mask]);
         }
         Log::open("logtest", false, false);
-        say(Log::Error, "line");
-        QCOMPARE(captured.take(), "");
+        QCOMPARE(stderrOf([] { say(0, "line"); }), "");
     }
 };
 

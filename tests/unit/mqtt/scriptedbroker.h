@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QHash>
 #include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -12,7 +11,6 @@ class ScriptedBroker : public QTcpServer
 {
 public:
     enum Type { Connect = 1, Publish = 3, PubRel = 6, PingReq = 12, Disconnect = 14 };
-    enum Ending { KeepOpen, CloseAfterAnswer, CloseAtOnce };
     struct Packet {
         int type, flags; // the halves of the first byte
         QByteArray body;
@@ -20,14 +18,13 @@ public:
 
     // The script
     QByteArray answer = connack(); // to CONNECT
-    Ending ending = KeepOpen;
+    bool closesAfterAnswer = false;
     bool readsAfterConnect = true;
     bool answersPings = false;
     bool answersMessages = true;
 
     // The notes
     QList<Packet> packets;
-    QByteArrayList documents; // payloads of QoS 2 messages, in the order of their release
     int mostUnfinished = 0; // QoS 2 messages at one time
 
     ScriptedBroker()
@@ -60,8 +57,6 @@ private:
         socket = nextPendingConnection();
         connect(socket, &QTcpSocket::readyRead, this, &ScriptedBroker::onBytes);
         connect(socket, &QTcpSocket::disconnected, socket, &QTcpSocket::deleteLater);
-        if (ending == CloseAtOnce)
-            socket->close();
     }
 
     void onBytes()
@@ -83,24 +78,22 @@ private:
             if (!readsAfterConnect)
                 socket->setReadBufferSize(1);
             send(answer);
-            if (ending == CloseAfterAnswer)
+            if (closesAfterAnswer)
                 socket->close();
         } else if (packet.type == PingReq && answersPings) {
             send(QByteArray("\xd0\0", 2));
         } else if (packet.type == Publish && (packet.flags & 6) != 0 && answersMessages) {
-            const QByteArray id = packet.body.mid(2 + packet.body.at(1), 2);
             const bool inTwoSteps = (packet.flags & 4) != 0;
-            if (inTwoSteps)
-                unfinished.insert(id, packet.body.mid(4 + packet.body.at(1)));
-            mostUnfinished = qMax(mostUnfinished, unfinished.size());
-            send((inTwoSteps ? "\x50\x02" : "\x40\x02") + id);
+            unfinished += inTwoSteps ? 1 : 0;
+            mostUnfinished = qMax(mostUnfinished, unfinished);
+            send((inTwoSteps ? "\x50\x02" : "\x40\x02") + packet.body.mid(2 + packet.body.at(1), 2));
         } else if (packet.type == PubRel) {
-            documents.append(unfinished.take(packet.body));
+            --unfinished;
             send("\x70\x02" + packet.body);
         }
     }
 
     QPointer<QTcpSocket> socket;
     QByteArray received;
-    QHash<QByteArray, QByteArray> unfinished; // QoS 2 payload by packet id
+    int unfinished = 0;
 };
