@@ -53,7 +53,9 @@ private Q_SLOTS:
         const QString banner = R"(^lanvoy v[\d.]+ \([A-Z][a-z]{2} \d+ \d{4}, \d\d:\d\d:\d\d\) ?%1$)";
         for (const auto& row : rows) {
             QProcess process;
-            process.start(LANVOY_EXECUTABLE, {row.argument});
+            QStringList command = QString(LANVOY_EMULATOR).split(' ', Qt::SkipEmptyParts);
+            command << LANVOY_EXECUTABLE << row.argument;
+            process.start(command.takeFirst(), command);
             QVERIFY(process.waitForFinished());
             QCOMPARE(process.exitCode(), row.status);
             const QString text = process.readAllStandardOutput() + process.readAllStandardError();
