@@ -1,6 +1,8 @@
 #include "app/options.h"
 
 #include <QCoreApplication>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QTest>
 
 class OptionsTest : public QObject
@@ -34,6 +36,30 @@ private Q_SLOTS:
             QVERIFY(options.logToStderr == row.toStderr && options.logColor == row.color);
             const QString beside = QCoreApplication::applicationDirPath() + "/lanvoy.conf";
             QCOMPARE(options.configFile, row.configFile.isNull() ? beside : row.configFile);
+        }
+    }
+
+    void executableAnswersAfterItsBanner()
+    {
+        const struct {
+            QString argument;
+            int status;
+            const char* answer; // on both channels, after the banner
+        } rows[] = {
+            {"--version", 0, ""},
+            {"--help", 0, "Usage: .* \\(default is ./lanvoy.conf\\)\\."},
+            {"--bogus", 1, "lanvoy: Unknown option 'bogus'\\."},
+        };
+        const QString banner = R"(^lanvoy v[\d.]+ \([A-Z][a-z]{2} \d+ \d{4}, \d\d:\d\d:\d\d\) ?%1$)";
+        for (const auto& row : rows) {
+            QProcess process;
+            QStringList command = QString(LANVOY_EMULATOR).split(' ', Qt::SkipEmptyParts);
+            command << LANVOY_EXECUTABLE << row.argument;
+            process.start(command.takeFirst(), command);
+            QVERIFY(process.waitForFinished());
+            QCOMPARE(process.exitCode(), row.status);
+            const QString text = process.readAllStandardOutput() + process.readAllStandardError();
+            QVERIFY(QRegularExpression(banner.arg(row.answer)).match(text.simplified()).hasMatch());
         }
     }
 };

@@ -1,0 +1,7 @@
+# For the preset arm64: Debian's cross compiler, and tests under the emulator of qemu-user.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
+set(PKG_CONFIG_EXECUTABLE aarch64-linux-gnu-pkg-config)
