@@ -35,8 +35,10 @@ def arguments():
     parser.add_argument("clients")
     parser.add_argument("gateways", nargs="?", type=names, default="1000")
     parser.add_argument("seconds", nargs="?", type=float, default=60)
-    parser.add_argument("faults", nargs="*", type=int, default=range(1, len(faults.FAULTS) + 1), help="their numbers")
+    parser.add_argument("faults", nargs="*", type=int, default=range(1, len(faults.FAULTS) + 1), help=argparse.SUPPRESS)
     result = parser.parse_args()
+    if not all(0 <= number <= len(faults.FAULTS) for number in result.faults):
+        parser.error(f"faults are numbered from 1 to {len(faults.FAULTS)}")
     if len(result.gateways) < 3 or len(set(result.gateways)) < len(result.gateways):
         parser.error("three gateways at least, each with a name of its own")
     return result
@@ -81,7 +83,7 @@ def record(gateway, folder):
 
 
 def run(stack, options):
-    folder = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="lanvoy-fleet-")))
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="lanvoy-fleet-"))
     folder.chmod(0o755)
     progress(f"certificates for {len(options.gateways)} gateways")
     cluster = Cluster(folder, options.gateways)
@@ -111,12 +113,13 @@ def run(stack, options):
     fleet.wait_equal()
     progress(f"measuring for {options.seconds:.0f} s")
     show(steady(cluster, gateways, options.seconds, len(options.gateways)))
-    for number in options.faults:
+    for number in filter(None, options.faults):
         title, fault = faults.FAULTS[number - 1]
         progress("fault")
         print(title)
         show(fault(fleet))
-        cluster.wait_ready()
+        if complaints := cluster.wait_ready():
+            show([("two minutes later NOT healthy", complaints)])
 
 
 def main():

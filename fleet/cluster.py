@@ -6,6 +6,7 @@ import re
 import signal
 import subprocess
 import time
+import urllib.error
 import urllib.request
 
 from sim.stack import end, free_port
@@ -102,13 +103,18 @@ class Node:
         try:
             with urllib.request.urlopen(f"http://127.0.0.1:{self.http}/{page}", timeout=5) as answer:
                 return json.load(answer)
+        except urllib.error.HTTPError as error:  # the page "healthz" of a node that is not
+            return json.load(error)
         except OSError:
             return {}
 
     @property
-    def healthy(self):
-        """Everything that it keeps is up to date, and the cluster has a leader."""
-        return self.ask("healthz").get("status") == "ok" and bool(self.ask("jsz").get("meta_cluster", {}).get("leader"))
+    def complaint(self):
+        """What is wrong with it in its own words; empty when all that it keeps is up to date and the cluster has a leader."""
+        if not self.ask("jsz").get("meta_cluster", {}).get("leader"):
+            return "no leader"
+        health = self.ask("healthz")
+        return "" if health.get("status") == "ok" else health.get("error", "no answer")
 
     def streams(self):
         """{name: details} of the streams that this node keeps."""
@@ -155,18 +161,21 @@ class Cluster:
     def start(self):
         for node in self.nodes:
             node.start()
-        self.wait_ready()
+        if complaints := self.wait_ready():
+            raise RuntimeError(complaints)
         while fetch(self.nodes[0].mqtt, self.folder, ["none"])[0] is None:
             pass  # the first client has the streams made, and fails when that takes long
 
     def wait_ready(self, patience=120):
+        """Waits until no node has a complaint; what is left of them in the end."""
         limit = time.monotonic() + patience
-        while not all(node.healthy for node in self.nodes):
+        while True:
             for node in self.nodes:
                 if not node.alive:
                     raise RuntimeError(f"{node.name} ended: {(node.folder / 'log').read_text()[-2000:]}")
-            if time.monotonic() > limit:
-                raise RuntimeError("the cluster did not become healthy")
+            complaints = [f"{node.name}: {node.complaint}" for node in self.nodes if node.complaint]
+            if not complaints or time.monotonic() > limit:
+                return ", ".join(complaints)
             time.sleep(0.1)
 
     def leader(self, stream=RETAINED):

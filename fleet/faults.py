@@ -1,5 +1,6 @@
 """Faults, and what an operator sees of each: what fails for how long, what is lost, when all is right again."""
 import contextlib
+import signal
 import threading
 import time
 
@@ -173,7 +174,8 @@ def lose_leader(fleet):
 
 def lose_follower(fleet):
     leader = fleet.cluster.leader()
-    return lose(fleet, [next(node for node in fleet.cluster.nodes if node is not leader)])
+    others = [node for node in fleet.cluster.nodes if node is not leader]
+    return lose(fleet, [max(others, key=lambda node: node.ask("varz").get("connections", 0))])
 
 
 def lose_two(fleet):
@@ -203,10 +205,23 @@ def restart_all(fleet):
     return run(fleet, nodes[0], fleet.gateways[-1], None, strike, lambda: [node.start() for node in nodes])
 
 
+def upgrade(fleet):
+    """A node ends as `systemctl restart nats-server` has it end, and starts again."""
+    node = fleet.cluster.leader()
+    staying = next(n for n in fleet.cluster.nodes if n is not node)
+
+    def strike():
+        node.process.send_signal(signal.SIGUSR2)
+        node.process.wait()
+
+    return run(fleet, staying, at(fleet, node), at(fleet, staying), strike, node.start)
+
+
 FAULTS = (
     ("SIGKILL of the node that leads the retained documents, 30 s away", lose_leader),
     ("SIGKILL of a node that does not lead them, 30 s away", lose_follower),
     ("SIGKILL of two nodes, 30 s away", lose_two),
     ("a gateway's line cut for 60 s", cut_line),
     ("all nodes restarted", restart_all),
+    ("the leading node ended and started as for an upgrade", upgrade),
 )
