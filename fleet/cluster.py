@@ -79,7 +79,8 @@ class Node:
             "/etc/nats/node": f"{certificates}/{self.name}", "/etc/nats/ca.crt": f"{certificates}/ca.crt",
             "/var/lib/nats": f"{self.folder}/store"})
         (self.folder / "nats-server.conf").write_text(text)
-        (self.folder / "users.conf").write_text(users)
+        (self.folder / "nats").mkdir(exist_ok=True)
+        (self.folder / "nats/users.conf").write_text(users)
 
     def start(self):
         with open(self.folder / "log", "ab") as log:

@@ -37,7 +37,7 @@ class Probe(threading.Thread):
     def result(self):
         self.ending.set()
         self.join()
-        return f"{self.failed} of {self.total} failed" + (f", the last after {self.last:.0f} s" if self.failed else "")
+        return f"{self.failed} of {self.total} failed, the last after {self.last:.0f} s" if self.failed else "none failed"
 
 
 class Asker:
@@ -73,7 +73,8 @@ class Fleet:
         self.cluster, self.gateways, self.clients, self.line = cluster, gateways, clients, line
 
     def all_connected(self):
-        return self.clients.counts()[0] == len(self.clients.names)
+        return all(gateway.connected for gateway in self.gateways) and (
+            not self.clients or self.clients.counts()[0] == len(self.clients.names))
 
     def wait_equal(self):
         """Waits until at each node every retained document was the gateway's own; {node: what is not, at the end}."""
@@ -103,18 +104,16 @@ class Fleet:
 
 
 def probes(fleet, node, near, far):
-    """near, far: gateways with their bridge at a node that goes and at one that stays; node: the operator's."""
+    """near, far: a gateway that is hit and one that is not, or None; node: the operator's."""
     folder, port = fleet.cluster.folder, node.mqtt
-    for label, gateway in (("at a lost node", near), ("at another node", far)):
+    for label, gateway in (("that was hit", near), ("that was not", far)):
         for qos in (0, 1):
             if gateway:
-                yield Probe(f"commands, QoS {qos}, gateway {label}", Asker(port, folder, gateway, qos))
+                yield Probe(f"commands, QoS {qos}, to a gateway {label}", Asker(port, folder, gateway, qos))
     sample = [f"{fleet.gateways[0].name}/info"]
     for qos in (0, 1):
         yield Probe(f"new subscriptions, QoS {qos}",
                     lambda q=qos: bool(fetch(port, folder, sample, q, SUBSCRIPTION_PATIENCE)[0]))
-    if fleet.clients:
-        yield Probe("all gateways connected", fleet.all_connected)
 
 
 def at(fleet, node):
@@ -136,23 +135,26 @@ def run(fleet, observer, near, far, strike, heal):
         strike()
         heal()
         healed = time.monotonic()
-        while fleet.clients and not fleet.all_connected() and time.monotonic() < healed + BOUND:
-            time.sleep(0.5)
+        time.sleep(1)  # by then all have noticed
+        while not fleet.all_connected() and time.monotonic() < healed + BOUND:
+            time.sleep(0.2)
+        connected = time.monotonic()
         wrong = fleet.wait_equal()
         equal = time.monotonic()
         for probe in running:
             yield probe.label, probe.result()
+        yield "all gateways connected", f"after {connected - begin:.0f} s"
         if fleet.clients:
             after = fleet.clients.documents()
             time.sleep(3)
             published = sum(highest(after).values()) - sum(highest(before).values())
-            yield "documents that a watching operator missed", f"{watch.missing(before, after)} of {published}"
+            yield "changes that a watching operator did not see", f"{watch.missing(before, after)} of {published}"
         found = fleet.foreign_branch(watch)
     if wrong:
-        yield "retained documents NOT equal to the gateways' own", f"{equal - begin:.0f} s: " + ", ".join(
+        yield "retained documents NOT equal to the gateways' own", f"after {equal - begin:.0f} s: " + ", ".join(
             f"{node.name} no answer" if w is None else f"{node.name} {len(w)} {sorted(w)[:2]}" for node, w in wrong.items())
     else:
-        yield "retained documents equal at all nodes", f"{equal - begin:.0f} s, {equal - healed:.0f} s after the repair"
+        yield "retained documents equal at all nodes", f"after {equal - begin:.0f} s, {equal - healed:.0f} s after the repair"
     yield "another gateway's branch", " and ".join(found).upper() + " POSSIBLE" if found else "refused, reading and writing"
 
 

@@ -65,7 +65,7 @@ class Gateway(Stack):
         super().__init__()
         self.name, self.binary, self.options = name, binary, options
         self.bridge = cluster.bridge(name, ports)
-        self.local = None
+        self.local = self.link = None
 
     def start(self):
         self.start_bus()
@@ -73,13 +73,19 @@ class Gateway(Stack):
         self.start_broker(self.bridge)
         self.start_service(self.binary, SETTINGS, stdout=subprocess.DEVNULL)
         self.local = Client(self.port, BASE)
+        self.link = Client(self.port, f"fleet/{self.name}", filters=["online"])
         return self
+
+    @property
+    def connected(self):
+        """Whether the bridge is up, as the gateway itself sees it."""
+        return self.link.documents.get("online") == b"1"
 
     def documents(self):
         """What is retained at the gateway itself and goes to the fleet: {topic: payload}."""
         return {topic: payload for topic, payload in dict(self.local.documents).items() if topic in DOCUMENTS}
 
     def stop(self):
-        if self.local:
-            self.local.close()
+        for client in filter(None, (self.local, self.link)):
+            client.close()
         super().stop()

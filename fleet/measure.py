@@ -121,6 +121,10 @@ def steady(cluster, gateways, seconds, count):
         retained, took = fetch(node.mqtt, cluster.folder)
         yield (f"retained documents at {node.name}", "refused" if retained is None else
                f"{len(retained)}, {sum(map(len, retained.values())) / 1e6:.1f} MB, all there after {took:.2f} s")
-    for name, stream in cluster.nodes[0].streams().items():
+    yield from streams(cluster)
+
+
+def streams(cluster):
+    for name, stream in sorted(cluster.nodes[0].streams().items()):
         state = stream["state"]
         yield f"stream {name}", f"{state['messages']} messages, {state['bytes'] / 1e6:.1f} MB at each node"
