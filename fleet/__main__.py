@@ -6,6 +6,7 @@ import argparse
 import contextlib
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -109,7 +110,8 @@ def run(stack, options):
         if time.monotonic() - start > faults.BOUND:
             raise RuntimeError(f"not all gateways are connected after {faults.BOUND} s")
     show([("all gateways connected", f"after {time.monotonic() - start:.0f} s")])
-    fleet.wait_equal()
+    missing = [len(wrong) if wrong else "no answer" for wrong in fleet.wait_equal().values()]
+    show([("all retained documents there", f"NO: {missing}" if missing else f"after {time.monotonic() - start:.0f} s")])
     progress(f"measuring for {options.seconds:.0f} s")
     show(steady(cluster, gateways, options.seconds, len(options.gateways)))
     for number in filter(None, options.faults):
@@ -128,6 +130,8 @@ def main():
     server = subprocess.run(["nats-server", "--version"], capture_output=True, text=True, check=True).stdout.strip()
     print(f"{len(options.gateways)} gateways, {server}, all on one machine: "
           f"{subprocess.getoutput('nproc')} processors ({processor[1] if processor else 'unknown'})")
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, signal.default_int_handler)  # whatever ends it has it clear up
     with contextlib.ExitStack() as stack:
         try:
             run(stack, options)

@@ -1,13 +1,15 @@
 /*
- * Many gateways in one process, as a cluster of brokers sees them: each has its own connection and certificate, takes the
- * commands of its branch and publishes what a recorded gateway published, over and over, from a place of its own on.
+ * Many gateways in one process, as a cluster of brokers sees them: each has its own connection and
+ * certificate, takes the commands of its branch and publishes what a recorded gateway published, over and
+ * over, from a place of its own on.
  *
  *     fleet_clients FOLDER RECORDING PORT...      FOLDER has ca.crt, NAME.crt and NAME.key
  *
  * Standard input: a name per line, an empty line, then questions, each answered with lines and "end":
  *     counts     connected, documents published, acknowledged, connections made so far
  *     documents  NAME TOPIC SERIAL for the last document of each topic
- * The end of the input ends the program. RECORDING: lines "SECONDS TOPIC BYTES", each followed by that many bytes.
+ * The end of the input ends the program. RECORDING: lines "SECONDS TOPIC BYTES", each followed by that many
+ * bytes.
  */
 #include <mosquitto.h>
 #include <poll.h>
@@ -19,7 +21,15 @@
 #include <time.h>
 #include <unistd.h>
 
-enum { keepAliveSec = 60, portsMax = 8, recordsMax = 4096, topicsMax = 32, lineMax = 512, pathMax = 600, turnMs = 20 };
+enum {
+    keepAliveSec = 60,
+    portsMax = 8,
+    recordsMax = 4096,
+    topicsMax = 32,
+    lineMax = 512,
+    pathMax = 600,
+    turnMs = 20
+};
 
 struct record {
     double at; // s since the start of the recording
@@ -142,7 +152,8 @@ static void on_acknowledged(struct mosquitto* session, void* object, int id)
     ++acknowledged;
 }
 
-/* Each connection gets a session of its own: what the last one left unsent is gone, as with a bridge's clean session. */
+/* Each connection gets a session of its own: what the last one left unsent is gone, as with a bridge's clean
+ * session. */
 static void open_session(struct gateway* gateway)
 {
     char ca[pathMax], certificate[pathMax], key[pathMax];
@@ -152,21 +163,24 @@ static void open_session(struct gateway* gateway)
     if (gateway->session)
         mosquitto_destroy(gateway->session);
     gateway->session = mosquitto_new(gateway->name, true, gateway);
-    if (!gateway->session || mosquitto_tls_set(gateway->session, ca, NULL, certificate, key, NULL) != MOSQ_ERR_SUCCESS)
+    if (!gateway->session
+        || mosquitto_tls_set(gateway->session, ca, NULL, certificate, key, NULL) != MOSQ_ERR_SUCCESS)
         fail("no session: is there a certificate?");
     mosquitto_connect_callback_set(gateway->session, on_connected);
     mosquitto_disconnect_callback_set(gateway->session, on_disconnected);
     mosquitto_publish_callback_set(gateway->session, on_acknowledged);
     gateway->connected = false;
-    // Not connect_async(): it does not notice a port where nobody listens. Only the TLS handshake takes long on one machine,
-    // and nobody waits for that here.
+    // Not connect_async(): it does not notice a port where nobody listens. Only the TLS handshake takes long
+    // on one machine, and nobody waits for that here.
     const int port = ports[gateway->port];
     gateway->port = (gateway->port + gateway->step) % port_count;
-    gateway->closed = mosquitto_connect(gateway->session, "localhost", port, keepAliveSec) != MOSQ_ERR_SUCCESS;
+    gateway->closed
+        = mosquitto_connect(gateway->session, "localhost", port, keepAliveSec) != MOSQ_ERR_SUCCESS;
     gateway->retry = 0;
 }
 
-/* The next document, when it is due; while there is no connection the gateway's own state goes on changing. */
+/* The next document, when it is due; while there is no connection the gateway's own state goes on changing.
+ */
 static void advance(struct gateway* gateway, double time)
 {
     if (time < gateway->due)
@@ -192,7 +206,8 @@ static void serve(struct gateway* gateway, struct pollfd* socket, double time)
         if (!gateway->closed)
             mosquitto_loop_misc(gateway->session);
     }
-    if (gateway->session && (gateway->closed || mosquitto_socket(gateway->session) < 0) && gateway->retry <= 0) {
+    if (gateway->session && (gateway->closed || mosquitto_socket(gateway->session) < 0)
+        && gateway->retry <= 0) {
         gateway->connected = false;
         gateway->closed = true;
         gateway->retry = time + between(5, 30); // a mosquitto's bridge waits as long

@@ -1,6 +1,7 @@
 """Faults, and what an operator sees of each: what fails for how long, what is lost, when all is right again."""
 import contextlib
 import signal
+import sys
 import threading
 import time
 
@@ -65,6 +66,10 @@ class Asker:
         return False
 
 
+def complaint(topics):
+    return "nothing to be had" if topics is None else f"{len(topics)} not right yet, such as {min(topics)}"
+
+
 class Fleet:
     """What the faults work on."""
 
@@ -77,14 +82,17 @@ class Fleet:
             not self.clients or self.clients.counts()[0] == len(self.clients.names))
 
     def wait_equal(self):
-        """Waits until at each node every retained document was the gateway's own; {node: what is not, at the end}."""
+        """Waits until each node has every document that a gateway has now, or a later one; {node: what is not, at the end}."""
         limit = time.monotonic() + BOUND
         wrong = dict.fromkeys(self.cluster.nodes)
+        before = self.clients.documents() if self.clients else {}
         while wrong and time.monotonic() < limit:
             for node in list(wrong):
-                wrong[node] = differing(node.mqtt, self.cluster.folder, self.gateways, self.clients)
+                wrong[node] = differing(node.mqtt, self.cluster.folder, self.gateways, self.clients, before)
                 if wrong[node] is not None and not wrong[node]:
                     del wrong[node]
+                else:
+                    print(f"  {node.name}: {complaint(wrong[node])}", file=sys.stderr, flush=True)
         return wrong
 
     def foreign_branch(self, watch):
@@ -151,10 +159,10 @@ def run(fleet, observer, near, far, strike, heal):
             yield "changes that a watching operator did not see", f"{watch.missing(before, after)} of {published}"
         found = fleet.foreign_branch(watch)
     if wrong:
-        yield "retained documents NOT equal to the gateways' own", f"after {equal - begin:.0f} s: " + ", ".join(
-            f"{node.name} no answer" if w is None else f"{node.name} {len(w)} {sorted(w)[:2]}" for node, w in wrong.items())
+        yield "retained documents NOT right", f"after {equal - begin:.0f} s: " + "; ".join(
+            f"{node.name}: {complaint(topics)}" for node, topics in wrong.items())
     else:
-        yield "retained documents equal at all nodes", f"after {equal - begin:.0f} s, {equal - healed:.0f} s after the repair"
+        yield "all retained documents right at all nodes", f"after {equal - begin:.0f} s, {equal - healed:.0f} s after the repair"
     yield "another gateway's branch", " and ".join(found).upper() + " POSSIBLE" if found else "refused, reading and writing"
 
 

@@ -66,11 +66,12 @@ def fetch(port, certificates, filters=("#",), qos=0, patience=PATIENCE):
     return retained, last - start
 
 
-def differing(port, certificates, gateways, clients):
-    """Topics whose retained document at this node is not the gateway's own; None when nothing could be had."""
-    before = clients.documents() if clients else {}
+def differing(port, certificates, gateways, clients, before):
+    """Topics whose retained document at this node is not the gateway's own; None when nothing could be had.
+
+    before: an earlier state of the many; what came between then and now is right. A real gateway's has to be that of now.
+    """
     own_before = {g.name: g.documents() for g in gateways}
-    time.sleep(1)  # what is on its way arrives
     retained, _ = fetch(port, certificates)
     after = clients.documents() if clients else {}
     own_after = {g.name: g.documents() for g in gateways}
