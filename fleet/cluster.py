@@ -122,6 +122,10 @@ class Node:
         accounts = self.ask("jsz?accounts=1&streams=1&consumers=0").get("account_details", [])
         return {stream["name"]: stream for account in accounts for stream in account.get("stream_detail", [])}
 
+    def refused(self):
+        """Retained documents that it could not have stored, from its log."""
+        return (self.folder / "log").read_text(errors="replace").count("unable to store retained message")
+
     def usage(self):
         """Resident memory in bytes, processor time in s."""
         fields = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().rsplit(")", 1)[1].split()

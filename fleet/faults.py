@@ -5,6 +5,7 @@ import sys
 import threading
 import time
 
+from .cluster import Node
 from .gateway import Client
 from .watch import Watch, differing, fetch, highest
 
@@ -67,7 +68,9 @@ class Asker:
 
 
 def complaint(topics):
-    return "nothing to be had" if topics is None else f"{len(topics)} not right yet, such as {min(topics)}"
+    if topics is None:
+        return "nothing to be had"
+    return f"{len(topics)}, such as {min(topics)}" if topics else "none"
 
 
 class Fleet:
@@ -82,18 +85,23 @@ class Fleet:
             not self.clients or self.clients.counts()[0] == len(self.clients.names))
 
     def wait_equal(self):
-        """Waits until each node has every document that a gateway has now, or a later one; {node: what is not, at the end}."""
+        """Waits until each node has every document that a gateway has now, or a later one.
+
+        Returns what was not right at first, and {node: what is not right at the end}.
+        """
         limit = time.monotonic() + BOUND
         wrong = dict.fromkeys(self.cluster.nodes)
         before = self.clients.documents() if self.clients else {}
+        at_first = None
         while wrong and time.monotonic() < limit:
             for node in list(wrong):
                 wrong[node] = differing(node.mqtt, self.cluster.folder, self.gateways, self.clients, before)
+                at_first = at_first or complaint(wrong[node])
                 if wrong[node] is not None and not wrong[node]:
                     del wrong[node]
                 else:
-                    print(f"  {node.name}: {complaint(wrong[node])}", file=sys.stderr, flush=True)
-        return wrong
+                    print(f"  {node.name}, not right yet: {complaint(wrong[node])}", file=sys.stderr, flush=True)
+        return at_first, wrong
 
     def foreign_branch(self, watch):
         """What a gateway can do to another's branch with its own certificate; `watch` sees all that is written."""
@@ -137,6 +145,7 @@ def run(fleet, observer, near, far, strike, heal):
         before = fleet.clients.documents() if fleet.clients else {}
         running = list(probes(fleet, observer, near, far))
         time.sleep(3)  # they work
+        refused = sum(map(Node.refused, fleet.cluster.nodes))
         begin = time.monotonic()
         for probe in running:
             probe.begin = begin
@@ -147,11 +156,13 @@ def run(fleet, observer, near, far, strike, heal):
         while not fleet.all_connected() and time.monotonic() < healed + BOUND:
             time.sleep(0.2)
         connected = time.monotonic()
-        wrong = fleet.wait_equal()
+        at_first, wrong = fleet.wait_equal()
         equal = time.monotonic()
         for probe in running:
             yield probe.label, probe.result()
         yield "all gateways connected", f"after {connected - begin:.0f} s"
+        yield "retained documents that a node could not store", str(sum(map(Node.refused, fleet.cluster.nodes)) - refused)
+        yield "retained documents that were old then", at_first
         if fleet.clients:
             after = fleet.clients.documents()
             time.sleep(3)
