@@ -1,6 +1,6 @@
 """A fleet on this machine: three nodes, gateways with bridges, and many more as connections; measured, then struck.
 
-    python3 -m fleet LANVOY CLIENTS [GATEWAYS] [SECONDS] [FAULT...]
+    python3 -m fleet LANVOY CLIENTS [GATEWAYS] [SECONDS] [FAULT...]      the two programs, then as scripts/fleet
 """
 import argparse
 import contextlib
@@ -15,7 +15,7 @@ import time
 
 from . import faults
 from .clients import QUESTIONS, Clients, Recorder
-from .cluster import BadName, Cluster
+from .cluster import BadName, Cluster, check_name
 from .gateway import Gateway
 from .line import Line
 from .measure import Poller, steady, streams
@@ -28,17 +28,18 @@ def names(argument):
     """A number of gateways, or a file with a name on each line."""
     if argument.isdigit():
         return [f"gw-{number:04d}" for number in range(1, int(argument) + 1)]
-    return pathlib.Path(argument).read_text().splitlines()
+    return [check_name(name) for name in pathlib.Path(argument).read_text().splitlines()]
 
 
 def arguments():
-    parser = argparse.ArgumentParser(prog="scripts/fleet")
+    parser = argparse.ArgumentParser(prog="scripts/fleet", usage="%(prog)s [GATEWAYS] [SECONDS] [FAULT...]")
     parser.add_argument("lanvoy")
     parser.add_argument("clients")
-    parser.add_argument("gateways", nargs="?", type=names, default="1000")
+    parser.add_argument("gateways", nargs="?", default="1000")
     parser.add_argument("seconds", nargs="?", type=float, default=60)
     parser.add_argument("faults", nargs="*", type=int, default=range(1, len(faults.FAULTS) + 1), help=argparse.SUPPRESS)
     result = parser.parse_args()
+    result.gateways = names(result.gateways)
     if not all(0 <= number <= len(faults.FAULTS) for number in result.faults):
         parser.error(f"faults are numbered from 1 to {len(faults.FAULTS)}")
     if len(result.gateways) < 3 or len(set(result.gateways)) < len(result.gateways):

@@ -19,15 +19,17 @@ SAMPLE_GATEWAY = "gw-0017"
 RETAINED = "$MQTT_rmsgs"  # the stream that keeps the retained documents
 
 
-class BadName(ValueError):
-    pass
+class BadName(Exception):
+    """A name that cannot be a gateway's."""
 
 
 def check_name(name):
-    """A gateway's name is a level of topics, of the cluster's subjects and of file names."""
+    """A gateway's name is a level of topics, of the cluster's subjects, of file names, and the name of a user."""
     if not re.fullmatch(r"[A-Za-z0-9_-]+", name):
         raise BadName(f"gateway {name!r}: letters, digits, '-' and '_' only; the cluster reads '.' as a level of a "
                       "topic, and takes no space")
+    if name in ("operator", "ca", *NODES):
+        raise BadName(f"gateway {name!r}: this certificate is somebody else's")
     return name
 
 

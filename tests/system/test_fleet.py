@@ -98,7 +98,7 @@ def test_the_port_for_administration_wants_a_certificate_too(cluster):
     assert greeting["tls_required"] and greeting["tls_verify"]
 
 
-@pytest.mark.parametrize("name", ["gw.0017", "gw 0017", "", "gw/0017", "gw-*", ">", "gw-0017\n", "gw+", 'gw"'])
-def test_a_name_that_is_no_single_level_is_refused(name):
+@pytest.mark.parametrize("name", ["gw.0017", "gw 0017", "", "gw/0017", "gw-*", ">", "gw-0017\n", "gw+", 'gw"', "operator"])
+def test_a_name_that_is_no_single_level_or_taken_is_refused(name):
     with pytest.raises(BadName):
         check_name(name)
