@@ -1,6 +1,7 @@
 """The samples of packaging/fleet on three nodes: what gets through, and what each certificate may do."""
 import json
 import socket
+import ssl
 import threading
 
 import paho.mqtt.client as mqtt
@@ -96,6 +97,17 @@ def test_the_port_for_administration_wants_a_certificate_too(cluster):
     with socket.create_connection(("127.0.0.1", cluster.nodes[0].client), DEADLINE) as connection:
         greeting = json.loads(connection.makefile().readline().removeprefix("INFO "))
     assert greeting["tls_required"] and greeting["tls_verify"]
+
+
+@pytest.mark.parametrize("name", [NAMES[0], "operator"])
+def test_a_gateway_or_operator_is_no_node(cluster, name):
+    context = ssl.create_default_context(cafile=cluster.folder / "ca.crt")
+    context.load_cert_chain(cluster.folder / f"{name}.crt", cluster.folder / f"{name}.key")
+    with socket.create_connection(("localhost", cluster.nodes[0].route), DEADLINE) as plain:
+        with context.wrap_socket(plain, server_hostname="localhost") as connection:
+            connection.sendall(b'CONNECT {"tls_required": true, "name": "nats-d", "cluster": "fleet"}\r\nPING\r\n')
+            answer = connection.makefile("rb").read()  # to the end: the node closes
+    assert b"Authorization Violation" in answer
 
 
 @pytest.mark.parametrize("name", ["gw.0017", "gw 0017", "", "gw/0017", "gw-*", ">", "gw-0017\n", "gw+", 'gw"', "operator"])
