@@ -52,7 +52,7 @@ async def serve(listen, target):
         try:
             far_reader, far_writer = await asyncio.open_connection("localhost", target)
         except OSError:
-            writer.close()
+            writer.transport.abort()  # the nearest to a refusal that is left
             return
         await asyncio.gather(pass_on(reader, far_writer), pass_on(far_reader, writer))
     await asyncio.start_server(connect, "127.0.0.1", listen)
