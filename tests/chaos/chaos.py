@@ -22,40 +22,9 @@ from conftest import BASE, NM, PROFILE, Client, Sim, Stack, World, until  # noqa
 WORDS = {100: "Connected", 110: "Disconnecting", 30: "Disconnected"}  # all others: Unavailable
 WORDS.update(dict.fromkeys((40, 50, 60, 70, 80, 90), "Connecting"))
 DEVICES = {"ethernet": "eth0", "wifi": "wlan0", "modem": "cdc-wdm0"}
-EXTRA = {"eth1": ("wired", {"interface": "eth1"}), "wlan1": ("wifi", {"interface": "wlan1"}), "cdc-wdm1": (
-    "modem", {"control_port": "cdc-wdm1", "data_interface": "wwan1", "imei": "000000000000001"})}
 WRITES = (PROFILE + ".Update", PROFILE + ".ClearSecrets", NM + ".AddAndActivateConnection")
-REQUESTS = (*WRITES, PROFILE + ".GetSecrets", NM + ".ActivateConnection", NM + ".Device.Wireless.RequestScan")
-NETWORKS = ("Gateway-Home", "Cafe", "Printer", "New")
-PROFILES = ("Ethernet", "Gateway-Home", "Broadband")
-IPV4 = ({"method": "auto"}, {"method": "link-local"},
-        {"method": "manual", "address": "10.1.0.5", "netmask": "255.255.0.0"},
-        {"method": "manual", "address": "10.0.0.6", "netmask": "255.255.255.0", "gateway": "10.0.0.1",
-         "dns0": "192.0.2.53", "dns1": "192.0.2.54"})
-FIELDS = {"ethernet": [{}], "modem": [
-    {"apn": "internet"}, {"apn": "web", "username": "me", "password": "secret", "networkId": "26201"},
-    {"apn": "internet", "pin": "1234"}], "wifi": [{"ssid": ssid, "key": key} for ssid, key in (
-        ("Gateway-Home", "correct horse"), ("Gateway-Home", "wrong password"), ("Cafe", ""), ("OldRouter", "abcde"),
-        ("Printer", "printer-1234"), ("Mixed", "mixed-1234"), ("Nowhere", "12345678"))]}
-QUERIES = ("status/get", "info/get", "wifi/aps/get", "wifi/networks/get", "modem/stats/get", "ethernet/state/get",
-           "wifi/config/get", "modem/config/get", "no/such/get")
-# How often a step is taken, its name (a method of Chaos or of the simulation) and what its arguments may be.
-STEPS = (
-    (20, "broker", "SIGKILL SIGTERM SIGSTOP SIGCONT SIGCONT start start start".split()),
-    (14, "set_config", DEVICES),
-    (10, "send", QUERIES, (None, '{"interface": "wlan0"}', '{"interface": 5}', "[]", "{broken")),
-    (4, "restart", ("nm", "nm", "mm"), (0, 20, 200, 900)),
-    (1, "die_in_a_call"),
-    (4, "fail_method", REQUESTS, (NM + ".Failed",), ("chaos: 100%s",), ("",), (1, 2, 5)),
-    (4, "delay_method", REQUESTS, (50, 500), ("",), (1, 2, 5)),
-    (5, "plug", EXTRA), (4, "remove_device", EXTRA),
-    (2, "disconnect", DEVICES.values()), (2, "fail_device", DEVICES.values(), (4,)), (2, "hang_up"),
-    (3, "set_managed", DEVICES.values(), (False, True)), (3, "set_carrier", ("eth0",), (False, True)),
-    (3, "storm"), (2, "remove_access_point", NETWORKS, ("wlan0",)), (3, "appear", NETWORKS),
-    (3, "strength_burst", (2,), ("wlan0",)), (1, "refuse_modem", (0, 0, 29), ("cdc-wdm0",)),
-    (2, "set_signal", range(101)), (2, "set_access_technologies", (["lte"], ["umts"])),
-    (2, "remove_profile", PROFILES), (2, "modify_profile", PROFILES, ({"ipv4": {"method": "link-local"}},)),
-)
+# "steps": how often a step is taken, its name (a method of Chaos or of the simulation) and what each argument may be.
+TABLE = json.loads(pathlib.Path(__file__).with_name("steps.json").read_text())
 
 
 class Chaos:
@@ -70,8 +39,8 @@ class Chaos:
         self.world.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse"})
         planned = 0
         while planned < seconds:
-            (_, name, *choices), = self.random.choices(STEPS, [step[0] for step in STEPS])
-            arguments = [self.random.choice(list(choice)) for choice in choices]
+            (_, name, *choices), = self.random.choices(TABLE["steps"], [step[0] for step in TABLE["steps"]])
+            arguments = [self.random.choice(choice) for choice in choices]
             self.steps.append(f"{name} {arguments}")
             try:
                 (getattr(self, name, None) or getattr(self.sim, name))(*arguments)
@@ -98,7 +67,7 @@ class Chaos:
         self.world.client.mqtt.publish(f"{BASE}/{command}", payload)  # lost when there is no session
 
     def set_config(self, kind):
-        fields = {**self.random.choice(IPV4), **self.random.choice(FIELDS[kind])}
+        fields = {**self.random.choice(TABLE["addresses"]), **self.random.choice(TABLE["settings"][kind])}
         self.steps[-1] += f" {fields}"
         self.send(f"{kind}/config/set", json.dumps(fields))
 
@@ -110,7 +79,7 @@ class Chaos:
         self.sim.clear_faults()  # or another request would hold things up for 25 seconds
 
     def plug(self, interface):
-        kind, options = EXTRA[interface]
+        kind, options = TABLE["extra devices"][interface]
         self.sim.add_device(kind, **options)
 
     def storm(self):
@@ -125,7 +94,7 @@ class Chaos:
             self.broker(act)
         self.sim.clear_faults()
         until(lambda: {d["interface"] for d in self.sim.devices()} >= set(DEVICES.values()), "all devices")
-        for interface in {d["interface"] for d in self.sim.devices()} & set(EXTRA):
+        for interface in {d["interface"] for d in self.sim.devices()} & set(TABLE["extra devices"]):
             self.sim.remove_device(interface)
         for interface in DEVICES.values():
             self.sim.set_managed(interface, True)
