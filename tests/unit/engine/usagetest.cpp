@@ -23,18 +23,11 @@ private Q_SLOTS:
     void samplesAreBookedModulo32Bits()
     {
         constexpr quint32 max = 4294967295u;
-        const struct {
-            quint32 month, now, previous, booked;
-        } rows[] = {
-            {1000, 5000, 4000, 2000},
-            {max, 10, max - 5, 15}, // counter and month passed 2^32
-            {1000, 100, 200, 900}, // deliberate: a counter that went backwards is not detected
-        };
-        for (const auto& row : rows) {
-            const Usage usage = bookedUsage({row.month, 7}, {row.now, 9}, {row.previous, 8});
-            QCOMPARE(usage.rxbytes, row.booked);
-            QCOMPARE(usage.txbytes, 8u);
-        }
+        QCOMPARE(bookedUsage({1000, 7}, {5000, 9}, {4000, 8}).rxbytes, 2000u);
+        QCOMPARE(bookedUsage({1000, 7}, {5000, 9}, {4000, 8}).txbytes, 8u);
+        QCOMPARE(bookedUsage({max, 0}, {10, 0}, {max - 5, 0}).rxbytes, 15u); // counter and month passed 2^32
+        // Deliberate: a counter that went backwards is not detected.
+        QCOMPARE(bookedUsage({1000, 0}, {100, 0}, {200, 0}).rxbytes, 900u);
     }
 
     void storeKeepsThe32LowBits()
@@ -58,19 +51,16 @@ private Q_SLOTS:
     // Each row plants something at the place of the snapshot or of its lock.
     void plantedFilesAreRemoved()
     {
-        const auto foreign = [](const char* name) {
-            QFile file(name);
-            return file.open(QIODevice::WriteOnly) && file.write("rxbytes=@Variant(\\0)") > 0
-                && (geteuid() != 0 || ::chown(name, 1, 1) == 0);
-        };
         const std::function<bool(const char*)> rows[] = {
             [](const char* name) { return ::symlink("/proc/version", name) == 0; },
             [](const char* name) { return ::symlink("nowhere", name) == 0; },
             [](const char* name) { return ::mkfifo(name, 0600) == 0; },
             [](const char* name) { return ::mkdir(name, 0700) == 0; },
-            foreign,
+            [](const char* name) { // another user's file
+                return QFile::copy("/proc/version", name) && (geteuid() != 0 || ::chown(name, 1, 1) == 0);
+            },
         };
-        for (const char* suffix : {"", ".lock"}) {
+        for (const QString suffix : {"", ".lock"}) {
             for (const auto& plant : rows) {
                 const QTemporaryDir place;
                 const QString path = place.filePath("snapshot.ini");
@@ -81,8 +71,8 @@ private Q_SLOTS:
                 snapshot->sync();
                 QCOMPARE(snapshot->status(), QSettings::NoError);
                 QVERIFY(QFileInfo(path).isFile() && !QFileInfo(path).isSymLink());
-                // What cannot be removed is left alone.
-                QVERIFY(QDir(place.path()).mkpath("full.ini" + QString(suffix) + "/x"));
+                QVERIFY(
+                    QDir(place.path()).mkpath("full.ini" + suffix + "/x")); // cannot be removed: left alone
                 QVERIFY(openSnapshot(place.filePath("full.ini")) == nullptr);
             }
         }

@@ -9,7 +9,6 @@
 #include <QTest>
 
 #include <ctime>
-#include <functional>
 #include <memory>
 
 #include <sys/socket.h>
@@ -20,12 +19,11 @@ namespace
 {
 /**
  * A client whose signals become words, in the order of their emission: s0 s1 s2 (states), up, down, e256
- * (errors) and m:topic=payload. onWord runs inside the slot that noted the word.
+ * (errors) and m:topic=payload.
  */
 struct Session {
     std::unique_ptr<QMqttClient> client = std::make_unique<QMqttClient>();
     QString trace;
-    std::function<void(const QString& word)> onWord = [](const QString&) {};
 
     explicit Session(const Broker& broker, const QString& host = "127.0.0.1")
     {
@@ -44,9 +42,7 @@ struct Session {
 
     void note(const QString& word, int number = -1)
     {
-        const QString whole = number < 0 ? word : word + QString::number(number);
-        trace += (trace.isEmpty() ? "" : " ") + whole;
-        onWord(whole);
+        trace += (trace.isEmpty() ? "" : " ") + word + (number < 0 ? "" : QString::number(number));
     }
 };
 
@@ -133,23 +129,6 @@ private Q_SLOTS:
         }
     }
 
-    void deletionInOwnSlot()
-    {
-        for (const QString word : {"s1", "up", "m:a=1", "s0", "e257"}) {
-            Broker broker;
-            broker.answer
-                += Broker::message("a", "1") + (word == "m:a=1" ? Broker::message("b", "2") : garbage);
-            Session session(broker);
-            session.onWord = [&](const QString& seen) { seen == word ? session.client.reset() : void(); };
-            session.client->connectToHost();
-            QTRY_VERIFY2(session.client == nullptr, qPrintable(word));
-            QTest::qWait(20);
-            QCOMPARE(session.trace.section(' ', -1), word);
-            QTRY_VERIFY(broker.clientIsGone());
-            QCOMPARE(broker.count(Broker::Disconnect), word == "up" || word == "m:a=1" ? 1 : 0);
-        }
-    }
-
     void subscriptionGetsWhatFits()
     {
         const auto retained = [](QByteArray message) { return message.replace(0, 1, "\x31"); };
@@ -177,6 +156,9 @@ private Q_SLOTS:
         Session session(broker);
         QMqttClient& client = *session.client;
         QList<qint32> ids, confirmed;
+        client.setUsername("u");
+        client.setPassword("p");
+        client.setKeepAlive(3); // 5 is the shortest
         connect(&client, &QMqttClient::messageSent, [&](qint32 id) { confirmed.append(id); });
         connect(&client, &QMqttClient::connected, [&] {
             QCOMPARE(client.publish(QString("q0"), "x", 0), 0); // never confirmed
@@ -187,6 +169,10 @@ private Q_SLOTS:
         client.connectToHost();
         QTRY_COMPARE(confirmed.size(), 301);
         QCOMPARE(confirmed, ids);
+        const QByteArray connect
+            = broker.packets.first().body; // level, flags, keep-alive; id; user, password
+        QCOMPARE((connect.mid(6, 4) + connect.mid(35)).toHex(), "04c20005000175000170");
+        QCOMPARE(connect.mid(12, 23), client.clientId()); // every broker takes so many characters
         for (const auto& [packet, flags] : {QPair(1, 0), QPair(2, 2), QPair(3, 5)}) // QoS 0; 1; 2 and retain
             QCOMPARE(broker.packets.at(packet).flags, flags);
         int next = 0;
@@ -214,27 +200,6 @@ private Q_SLOTS:
         QTRY_VERIFY(broker.count(Broker::Publish) > 0);
         QTest::qWait(20);
         QCOMPARE(broker.count(Broker::Publish), 1);
-    }
-
-    void connectPacket()
-    {
-        const QPair<QByteArray, QByteArray> rows[] = {
-            // password; level, flags, keep-alive, user and password
-            {"", "04820005000175"},
-            {"p", "04c20005000175000170"},
-        };
-        for (const auto& [password, fields] : rows) {
-            Broker broker;
-            Session session(broker);
-            session.client->setUsername("u");
-            session.client->setPassword(password);
-            session.client->setKeepAlive(3); // 5 is the shortest
-            session.client->connectToHost();
-            QTRY_COMPARE(session.client->state(), QMqttClient::Connected);
-            const QByteArray body = broker.packets.first().body;
-            QCOMPARE(body.mid(12, 23), session.client->clientId()); // every broker takes so many characters
-            QCOMPARE((body.mid(6, 4) + body.mid(35)).toHex(), fields);
-        }
     }
 
     void stuckBrokerCannotHoldUpTheEnd()
