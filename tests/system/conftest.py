@@ -41,10 +41,8 @@ def until(condition, what):
 
 class Message:
     def __init__(self, message, base):
-        self.topic = message.topic[len(base) + 1:]
-        self.text = message.payload.decode(errors="replace")
-        self.retained = bool(message.retain)
-        self.qos = message.qos
+        self.topic, self.text = message.topic[len(base) + 1:], message.payload.decode(errors="replace")
+        self.retained, self.qos = bool(message.retain), message.qos
 
     @property
     def document(self):

@@ -1,30 +1,28 @@
 """Random faults from a seed: broker, NetworkManager, ModemManager, hardware and commands, all at once.
 
-    chaos.py SEED SECONDS [COUNT]
-
 Afterwards the faults are cleared, and everything has to be right again: by itself what the service follows, and
 after one more session whatever a fault made it miss. A seed gives the same steps and pauses each time.
+CHAOS="SEED SECONDS [COUNT]" tells which seeds.
 """
 import json
 import os
 import pathlib
 import random
 import signal
-import sys
 import time
-import traceback
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "system"))
+import dbus
+import pytest
+from conftest import BASE, NM, PROFILE, Client, until
 
-import dbus  # noqa: E402
-from conftest import BASE, NM, PROFILE, Client, Sim, Stack, World, until  # noqa: E402
-
+SEED, SECONDS, COUNT = [*os.environ["CHAOS"].split(), "1"][:3]
+FOLLOWS = os.environ.get("LANVOY_FOLLOW") == "1"
 WORDS = {100: "Connected", 110: "Disconnecting", 30: "Disconnected"}  # all others: Unavailable
 WORDS.update(dict.fromkeys((40, 50, 60, 70, 80, 90), "Connecting"))
 DEVICES = {"ethernet": "eth0", "wifi": "wlan0", "modem": "cdc-wdm0"}
 WRITES = (PROFILE + ".Update", PROFILE + ".ClearSecrets", NM + ".AddAndActivateConnection")
 # "steps": how often a step is taken, its name (a method of Chaos or of the simulation) and what each argument may be.
-TABLE = json.loads(pathlib.Path(__file__).with_name("steps.json").read_text())
+TABLE = json.loads(pathlib.Path(__file__).with_name("chaos.json").read_text())
 
 
 class Chaos:
@@ -157,32 +155,10 @@ class Chaos:
         until(lambda: not wrong(), lambda: f"{when}: {wrong()} but {self.sim.devices()}")
 
 
-FOLLOWS = os.environ.get("LANVOY_FOLLOW") == "1"
-
-
-def main(first, seconds, count=1):
-    failed = []
-    with Stack() as gateway:
-        gateway.start_bus()
-        gateway.start_gateway()
-        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = gateway.bus.address
-        sim = Sim(gateway.bus.address)
-        for seed in range(int(first), int(first) + int(count)):
-            sim.reset()
-            with World() as world:
-                world.sim = sim
-                world.begin()
-                chaos = Chaos(world, seed)
-                try:
-                    chaos.run(float(seconds))
-                    print(f"seed {seed}: ok, {len(chaos.steps)} steps", flush=True)
-                except Exception:
-                    failed.append(seed)
-                    print(f"seed {seed}: FAILED after", *chaos.steps, world.service.log, sep="\n  ")
-                    traceback.print_exc(file=sys.stdout)
-    print(f"{count} seeds, failed: {failed or 'none'}")
-    sys.exit(bool(failed))
-
-
-if __name__ == "__main__":
-    main(*sys.argv[1:])
+@pytest.mark.parametrize("seed", range(int(SEED), int(SEED) + int(COUNT)))
+def test_seed(world, seed):
+    chaos = Chaos(world, seed)
+    try:
+        chaos.run(float(SECONDS))
+    finally:
+        print(*chaos.steps, world.service.log, sep="\n")
