@@ -1,6 +1,5 @@
 #include "engine/usage.h"
 #include "config/diskroom.h"
-#include "engine/engine.h"
 #include "engine/snapshot.h"
 
 #include <QDateTime>
@@ -79,15 +78,6 @@ private Q_SLOTS:
     }
 
     void fileSystemWithoutSizesHasRoom() { QVERIFY(hasRoomToSave("/proc/lanvoy.conf")); }
-
-    void counterFileIsItsFirstLine()
-    {
-        const QTemporaryDir folder;
-        QFile file(folder.filePath("rx_bytes"));
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("012345678901\n8\n") > 0);
-        file.close();
-        QCOMPARE(Engine::readIntegerFromFile(file.fileName()), 12345678901);
-    }
 };
 
 QTEST_APPLESS_MAIN(UsageTest)
