@@ -14,8 +14,6 @@ namespace Ctl
 namespace
 {
 
-constexpr int straggleMs = 1000; // another service may be slower than the first
-
 struct HealthRow {
     const char* word;
     const char* mark;
@@ -55,7 +53,7 @@ Check checkBroker(const Context& context, const QString& problem)
 
 /** Counts the services by a question that only we ask; each says that it has no such device, in its log too.
  */
-int countServices(Session& session)
+int countServices(Session& session, int straggleMs)
 {
     const QString nobody = QString("doctor-%1").arg(QRandomGenerator::global()->generate());
     session.send("ethernet/state/get", {{"interface", nobody}});
@@ -81,9 +79,11 @@ Check checkService(Context& context)
                            : "Start lanvoy; look whether the access list lets your user ask (the question "
                              "did not come back)."};
     }
-    const auto ms = waited.elapsed();
+    const int ms = static_cast<int>(waited.elapsed());
+    const int straggleMs
+        = std::clamp(3 * ms, 1000, std::max(1000, context.options.answerMs)); // others may be slower
     session.wait(straggleMs, [] { return false; });
-    const int services = countOf(session, "info") > 1 ? countServices(session) : 1;
+    const int services = countOf(session, "info") > 1 ? countServices(session, straggleMs) : 1;
     if (services > 1)
         return {"service", Health::Failure, QString("%1 services answer below '%2'").arg(services).arg(base),
                 "Give each gateway a base topic of its own (Mqtt/base), or stop one."};

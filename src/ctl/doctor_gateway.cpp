@@ -31,13 +31,17 @@ struct Result {
 
 Result run(const QString& program, const QStringList& arguments)
 {
-    constexpr int longestMs = 10 * 1000;
+    constexpr int longestMs = 20 * 1000;
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("LC_ALL", "C.UTF-8");
     process.setProcessEnvironment(environment);
     process.start(program, arguments);
-    if (!process.waitForFinished(longestMs) || process.exitStatus() != QProcess::NormalExit)
+    if (!process.waitForFinished(longestMs)) {
+        process.kill();
+        process.waitForFinished();
+    }
+    if (process.error() != QProcess::UnknownError || process.exitStatus() != QProcess::NormalExit)
         return {};
     return {process.exitCode(), process.readAllStandardOutput()};
 }
@@ -102,8 +106,8 @@ QVector<Check> checkRights(const Unit& unit)
         if (status == notAuthorized || status == needsAuthentication)
             refused.append(action);
         else if (status != 0)
-            return {
-                {"rights", Health::Warning, "The rights of the service can be looked at by root only", {}}};
+            return {{"rights", Health::Warning, "The rights of the service could not be looked at",
+                     "Root can; pkcheck has to be there, and polkit has to answer."}};
     }
     if (refused.isEmpty())
         return {{"rights", Health::Ok, QString("polkit lets user %1 do all three actions").arg(user), {}}};
