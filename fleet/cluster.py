@@ -75,7 +75,8 @@ class Node:
         certificates = self.folder.parent
         routes = {f"nats-{letter}.fleet.example:6222": f"localhost:{node.route}" for letter, node in zip("abc", nodes)}
         text = replaced(text, {
-            'server_name: "nats-a"': f'server_name: "{self.name}"', **routes,
+            'server_name: "nats-a"': f'server_name: "{self.name}"',
+            'advertise: "nats-a.fleet.example:6222"': f'advertise: "localhost:{self.route}"', **routes,
             "127.0.0.1:8222": f"127.0.0.1:{self.http}", "127.0.0.1:4222": f"127.0.0.1:{self.client}",
             "0.0.0.0:8883": f"127.0.0.1:{self.mqtt}", "0.0.0.0:6222": f"127.0.0.1:{self.route}",
             "/etc/nats/node": f"{certificates}/{self.name}", "/etc/nats/ca.crt": f"{certificates}/ca.crt",
