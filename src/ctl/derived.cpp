@@ -2,6 +2,7 @@
 
 #include <QJsonArray>
 #include <QMap>
+#include <QPair>
 #include <QStringList>
 
 #include <algorithm>
@@ -27,6 +28,17 @@ constexpr Band bands[] = {
     {5160, 5885, 5000, "5 GHz"},
     {5955, 7115, 5950, "6 GHz"},
 };
+
+/** @return channel and band of a frequency, null each when it is in no known band */
+QPair<QJsonValue, QJsonValue> channelOf(int mhz)
+{
+    constexpr int spacing = 5; // MHz between channels
+    for (const Band& band : bands) {
+        if (mhz >= band.firstMhz && mhz <= band.lastMhz)
+            return {(mhz - band.zeroMhz) / spacing, band.name};
+    }
+    return {QJsonValue(), QJsonValue()};
+}
 
 double cents(double value)
 {
@@ -80,13 +92,7 @@ QVector<QJsonObject> networksOf(const QJsonObject& networks, const QJsonObject& 
     QVector<QJsonObject> result;
     for (const QJsonValue& network : entriesOf(networks["networks"])) {
         const QJsonValue point = network["referenceAP"];
-        const int mhz = point["frequency"].toInt();
-        const auto* const band
-            = std::find_if(std::begin(bands), std::end(bands), [mhz](const Band& candidate) {
-                  return mhz >= candidate.firstMhz && mhz <= candidate.lastMhz;
-              });
-        const bool known = band != std::end(bands);
-        constexpr int spacing = 5; // MHz between channels
+        const auto [channel, band] = channelOf(point["frequency"].toInt());
         result.append({
             {"interface", networks["interface"]},
             {"ssid", network["ssid"]},
@@ -94,8 +100,8 @@ QVector<QJsonObject> networksOf(const QJsonObject& networks, const QJsonObject& 
              state["stateStr"] == QJsonValue("Connected") && valueAt(state, "ap.ssid") == network["ssid"]},
             {"signal", network["signalStrength"]},
             {"security", point["security"].toString("unknown")},
-            {"channel", known ? QJsonValue((mhz - band->zeroMhz) / spacing) : QJsonValue()},
-            {"band", known ? QJsonValue(band->name) : QJsonValue()},
+            {"channel", channel},
+            {"band", band},
             {"accessPoints", network["accessPoints"].toArray().size()},
         });
     }

@@ -73,10 +73,11 @@ QString notAsWanted(const Wanted& wanted, const QJsonObject& state)
 
 QString reasonText(const QString& reasonWord)
 {
-    const auto* const reason
-        = std::find_if(std::begin(reasons), std::end(reasons),
-                       [&](const Reason& candidate) { return reasonWord == candidate.word; });
-    return reason == std::end(reasons) ? reasonWord : QString("%1 (%2)").arg(reason->text, reasonWord);
+    for (const Reason& reason : reasons) {
+        if (reasonWord == reason.word)
+            return QString("%1 (%2)").arg(reason.text, reasonWord);
+    }
+    return reasonWord;
 }
 
 Judgement judge(const Wanted& wanted, const Story& story)

@@ -31,6 +31,15 @@ constexpr VerdictRow verdicts[] = {
     {"unfinished", Verdict::Waiting, Refused},
 };
 
+const VerdictRow& rowOf(Verdict verdict)
+{
+    for (const VerdictRow& row : verdicts) {
+        if (row.verdict == verdict)
+            return row;
+    }
+    return verdicts[0]; // not reached: each verdict has its row
+}
+
 /** Text that is not the result: beside the JSON value it goes to standard error. */
 void tell(const Context& context, const QString& text)
 {
@@ -189,19 +198,18 @@ Exit report(Context& context, const QString& interface, const QJsonArray& change
     const QJsonObject state = story.states.isEmpty() ? QJsonObject() : story.states.last();
     if (judgement.verdict == Verdict::Waiting)
         judgement.text = "Not finished in time: " + textAt(state, "stateStr");
-    const auto* const row = std::find_if(std::begin(verdicts), std::end(verdicts),
-                                         [&](const VerdictRow& r) { return r.verdict == judgement.verdict; });
+    const VerdictRow& row = rowOf(judgement.verdict);
     if (context.options.json)
         put({{"interface", interface},
-             {"outcome", row->word},
+             {"outcome", row.word},
              {"text", judgement.text},
              {"changes", changes},
              {"state", state.isEmpty() ? QJsonValue() : state},
              {"seconds", follower.seconds()}});
     else
-        put(painted(printable(judgement.text), row->status == Done ? Tone::Good : Tone::Bad, context.look)
+        put(painted(printable(judgement.text), row.status == Done ? Tone::Good : Tone::Bad, context.look)
             + QString(" after %1 s\n").arg(follower.seconds(), 0, 'f', 0));
-    return row->status;
+    return row.status;
 }
 
 } // namespace

@@ -185,9 +185,10 @@ QString table(const Columns& columns, const QVector<QJsonObject>& rows, const Lo
     for (const Column& column : columns)
         grid[0].push_back({column.title, Tone::Bold});
     for (const QJsonObject& row : rows) {
-        std::vector<Cell>& line = grid.emplace_back();
+        std::vector<Cell> line;
         for (const Column& column : columns)
             line.push_back(cellOf(column, row, look));
+        grid.push_back(line);
     }
 
     const std::vector<int> widths = widthsOf(columns, grid, look);

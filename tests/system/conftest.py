@@ -172,6 +172,8 @@ class World(Stack):
 
         A set command that changes nothing asks NetworkManager for secrets, whose answer comes behind its signals.
         """
+        until(lambda: self.service.log.rfind("Device added") < self.service.log.rfind("Started monitoring device"),
+              "each device is loaded")
         self.client.send("modem/config/set", {"method": "auto", "apn": "internet"})
         self.client.settle()
         until(lambda: self.service.log.rfind("Something has changed.") <= self.service.log.rfind("waiting: 0."),
