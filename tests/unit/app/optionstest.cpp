@@ -1,9 +1,13 @@
 #include "app/options.h"
 
 #include <QCoreApplication>
-#include <QProcess>
+#include <QFile>
 #include <QRegularExpression>
 #include <QTest>
+
+#include <cstdio>
+
+#include <sys/wait.h>
 
 class OptionsTest : public QObject
 {
@@ -50,13 +54,14 @@ private Q_SLOTS:
         };
         const QString banner = R"(^lanvoy v[\d.]+ \([A-Z][a-z]{2} \d+ \d{4}, \d\d:\d\d:\d\d\) ?%1$)";
         for (const auto& row : rows) {
-            QProcess process;
-            QStringList command = QString(LANVOY_EMULATOR).split(' ', Qt::SkipEmptyParts);
-            command << LANVOY_EXECUTABLE << row.argument;
-            process.start(command.takeFirst(), command);
-            QVERIFY(process.waitForFinished());
-            QCOMPARE(process.exitCode(), row.status);
-            const QString text = process.readAllStandardOutput() + process.readAllStandardError();
+            // Not a QProcess: it does not work under qemu-user 7.2, where the C library's way does.
+            const QString command = LANVOY_EMULATOR " '" LANVOY_EXECUTABLE "' " + row.argument + " 2>&1";
+            FILE* const output = popen(qPrintable(command), "r");
+            QVERIFY(output != nullptr);
+            QFile reader;
+            QVERIFY(reader.open(output, QIODevice::ReadOnly));
+            const QString text = reader.readAll();
+            QCOMPARE(WEXITSTATUS(pclose(output)), row.status);
             QVERIFY(QRegularExpression(banner.arg(row.answer)).match(text.simplified()).hasMatch());
         }
     }
