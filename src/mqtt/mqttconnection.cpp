@@ -14,7 +14,7 @@
 
 namespace
 {
-constexpr qint64 unconfirmedLimit = 16 * 1024 * 1024; // bytes
+constexpr qint64 unconfirmedLimit = 16LL * 1024 * 1024; // bytes
 constexpr int goodbyeLimitMs = 250; // the longest that a broker which reads nothing may block the event loop
 
 QMqttClient::ClientError errorFor(int result)
