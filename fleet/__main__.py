@@ -126,18 +126,23 @@ def run(stack, options):
         show(streams(cluster))
 
 
+def on_signals(handler):
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, handler)
+
+
 def main():
     options = arguments()
     processor = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
     server = subprocess.run(["nats-server", "--version"], capture_output=True, text=True, check=True).stdout.strip()
     print(f"{len(options.gateways)} gateways, {server}, all on one machine: "
           f"{subprocess.getoutput('nproc')} processors ({processor[1] if processor else 'unknown'})")
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, signal.default_int_handler)  # whatever ends it has it clear up
+    on_signals(signal.default_int_handler)  # whatever ends it has it clear up
     with contextlib.ExitStack() as stack:
         try:
             run(stack, options)
         except KeyboardInterrupt:
+            on_signals(signal.SIG_IGN)  # that is not to be interrupted
             progress("ends")
 
 

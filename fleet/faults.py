@@ -36,9 +36,12 @@ class Probe(threading.Thread):
                 self.last = time.monotonic() - self.begin
             self.ending.wait(0.5)
 
-    def result(self):
+    def stop(self):
         self.ending.set()
         self.join()
+
+    def result(self):
+        self.stop()
         return f"{self.failed} of {self.total} failed, the last after {self.last:.0f} s" if self.failed else "none failed"
 
 
@@ -119,17 +122,24 @@ class Fleet:
         return found
 
 
-def probes(fleet, node, near, far):
-    """near, far: a gateway that is hit and one that is not, or None; node: the operator's."""
+def probes(fleet, node, near, far, ending):
+    """near, far: a gateway that is hit and one that is not, or None; node: the operator's; ending: where to be stopped"""
     folder, port = fleet.cluster.folder, node.mqtt
+    attempts = []
     for label, gateway in (("that was hit", near), ("that was not", far)):
         for qos in (0, 1):
             if gateway:
-                yield Probe(f"commands, QoS {qos}, to a gateway {label}", Asker(port, folder, gateway, qos))
+                asker = Asker(port, folder, gateway, qos)
+                ending.callback(asker.client.close)
+                attempts.append((f"commands, QoS {qos}, to a gateway {label}", asker))
     sample = [f"{fleet.gateways[0].name}/info"]
     for qos in (0, 1):
-        yield Probe(f"new subscriptions, QoS {qos}",
-                    lambda q=qos: bool(fetch(port, folder, sample, q, SUBSCRIPTION_PATIENCE)[0]))
+        attempts.append((f"new subscriptions, QoS {qos}",
+                         lambda q=qos: bool(fetch(port, folder, sample, q, SUBSCRIPTION_PATIENCE)[0])))
+    for label, attempt in attempts:
+        probe = Probe(label, attempt)
+        ending.callback(probe.stop)
+        yield probe
 
 
 def at(fleet, node):
@@ -140,10 +150,10 @@ def at(fleet, node):
 
 def run(fleet, observer, near, far, strike, heal):
     """One fault: strike() and then heal(), seen from the node `observer`; yields rows of the table."""
-    with Watch(observer.mqtt, fleet.cluster.folder) as watch:
+    with Watch(observer.mqtt, fleet.cluster.folder) as watch, contextlib.ExitStack() as ending:
         watch.granted.wait(BOUND)
         before = fleet.clients.documents() if fleet.clients else {}
-        running = list(probes(fleet, observer, near, far))
+        running = list(probes(fleet, observer, near, far, ending))
         time.sleep(3)  # they work
         refused = sum(map(Node.refused, fleet.cluster.nodes))
         begin = time.monotonic()
