@@ -29,7 +29,7 @@ ENVIRONMENT = {**{k: v for k, v in os.environ.items() if not k.startswith("LANVO
 
 def ctl(world, *arguments, **popen):
     """Runs the tool to its end, without the service's file unless that is given."""
-    command = [CTL, "-p", str(world.port), *arguments]
+    command = [CTL, "-p", str(world.port), "--timeout", "60", *arguments]
     popen.setdefault("env", ENVIRONMENT)
     return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=90, **popen)
 
