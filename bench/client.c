@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The two clients of the benchmarks: bare libmosquitto with the least possible delay.
  *

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # For the preset arm64: Debian's cross compiler, and tests under the emulator of qemu-user.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A fleet on this machine: three nodes, gateways with bridges, and many more as connections; measured, then struck.
 
     python3 -m fleet LANVOY CLIENTS [GATEWAYS] [SECONDS] [FAULT...]      the two programs, then as scripts/fleet

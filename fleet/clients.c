@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Many gateways in one process, as a cluster of brokers sees them: each has its own connection and
  * certificate, takes the commands of its branch and publishes what a recorded gateway published, over and

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The many: what a gateway publishes is recorded, and fleet_clients (clients.c) replays it for each of the others."""
 import subprocess
 import threading

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Three nodes on this machine, from the samples of packaging/fleet, with certificates that are made on the spot."""
 import json
 import os

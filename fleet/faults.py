@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Faults, and what an operator sees of each: what fails for how long, what is lost, when all is right again."""
 import contextlib
 import signal

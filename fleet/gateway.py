@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A whole gateway on this machine: message bus, simulated services, lanvoy, and a broker with its bridge to the cluster."""
 import subprocess
 import threading

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The line between a gateway and the nodes: forwards connections, or is silent.
 
     python3 -m fleet.line LISTEN:TARGET...      ports on this machine; prints "ready"

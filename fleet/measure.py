@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The fleet at its normal work: what it costs the nodes, and how long a state change and a command take."""
 import threading
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What an operator sees of the fleet: all that is published, all that is retained, whether it equals the gateways' own."""
 import collections
 import time

@@ -1,1 +1,2 @@
+# SPDX-License-Identifier: MIT
 """Simulated gateway: look-alikes of NetworkManager and ModemManager for demo and tests."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs the simulated NetworkManager and ModemManager on the bus of DBUS_SYSTEM_BUS_ADDRESS.
 
     python3 -m sim [--demo]      prints "ready" when everything is up; --demo: things change by themselves

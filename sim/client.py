@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Client of the control interface, for tests and for the command line.
 
     python3 -m sim.client                       lists the functions

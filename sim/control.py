@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How tests and the demo steer the simulated gateway: every function here is a method of client.Sim of its name.
 
 A device is named by interface or path; "" means the first wifi device or modem. A profile is named by name, UUID or

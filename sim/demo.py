@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Demo mode: every few seconds something in the simulated gateway changes by itself."""
 import itertools
 import random

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs lanvoy between a simulated gateway and a broker of its own, and shows its documents as they come.
 
     python3 -m sim.demo_run BINARY [--once | --system [CONFIG]]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Devices: how they come, get connected and disconnected, with NetworkManager's walk through the states."""
 import dataclasses
 import ipaddress

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One signature table for each interface: what the service reads of NetworkManager and ModemManager."""
 NM = "org.freedesktop.NetworkManager"
 SETTINGS = NM + ".Settings"

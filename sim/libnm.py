@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Profiles as NetworkManager's own library (libnm) reads, checks and writes them.
 
 libnm holds the very code with which the daemon parses and verifies a profile, so refusals carry the genuine texts. What

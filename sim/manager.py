@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """NetworkManager's overall state: what follows from its devices and active connections."""
 from .interfaces import NM
 from .table import Item, world

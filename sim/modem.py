@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """ModemManager: modems with SIM and bearer, and NetworkManager's device for each."""
 from . import device as dev
 from .interfaces import BEARER, CDMA, IP4CONFIG, MM, MODEM, MODEM_3GPP, NM_MODEM, SIM, USSD

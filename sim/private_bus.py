@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A private message bus with an open policy and the limits of the system bus.
 
     python3 -m sim.private_bus COMMAND [ARG...]    runs COMMAND with DBUS_SYSTEM_BUS_ADDRESS set to such a bus

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Stored profiles, and what clients ask for with them: settings, secrets, updates, activations."""
 import uuid
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Starts what a gateway consists of, each in a folder of its own: message bus, simulated services, broker, lanvoy."""
 import contextlib
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The table of objects (path, interface, properties) and what carries it to the bus.
 
 Every change goes through Item.put, which announces it. Every call passes Service._receive, where it is logged and where

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Wifi: access points, scans, and how a wireless device connects."""
 import itertools
 import time

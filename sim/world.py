@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The simulated gateway as a whole: its life, and the hardware that it has when nothing else is asked for."""
 import collections
 import itertools

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Part of the service in the sanitized build only: the service runs until it is terminated, and the leak
 // sanitizer by itself looks only when a process returns from main.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "merge.h"
 
 #include "text.h"

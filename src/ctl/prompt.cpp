@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "prompt.h"
 
 #include <QFile>

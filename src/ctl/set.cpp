@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "change.h"
 
 #include "merge.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "configfields.h"
 
 #include <initializer_list>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "buswatch.h"
 
 #include <ModemManagerQt/Modem>

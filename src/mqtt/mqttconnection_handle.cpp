@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mqttconnection.h"
 
 #include <mosquitto.h>

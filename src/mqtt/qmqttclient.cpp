@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "qmqttclient.h"
 
 #include "mqttconnection.h"

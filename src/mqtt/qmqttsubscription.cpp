@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "qmqttsubscription.h"
 
 QMqttSubscription::QMqttSubscription(const QMqttTopicFilter& topic, QObject* client)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "lanvoytypes.h"
 
 #include "names.h"

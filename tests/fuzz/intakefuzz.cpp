@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Untrusted messages on their way from the broker to a command. Input: topic, line feed, payload.
 
 #include "config/config.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Random faults from a seed: broker, NetworkManager, ModemManager, hardware and commands, all at once.
 
 Afterwards the faults are cleared, and everything has to be right again: by itself what the service follows, and

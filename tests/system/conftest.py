@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the system tests share: a private world, the service in it and a client that records its messages."""
 import json
 import os

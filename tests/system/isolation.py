@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A network, a read-only /sys and places for NetworkManager's state that this process and its children have alone."""
 import ctypes
 import os

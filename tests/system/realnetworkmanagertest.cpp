@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs against a real NetworkManager on the bus that DBUS_SYSTEM_BUS_ADDRESS names; see
 // test_real_networkmanager.py.
 

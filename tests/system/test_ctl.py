@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """lanvoyctl between the service, a real broker and the simulated gateway."""
 import configparser
 import getpass

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Documents as a whole: golden ones, and the schemas and pages that integrators code against."""
 import datetime
 import functools

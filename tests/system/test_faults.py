@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The worst moments: after each fault the service lives, the log tells, and every retained document is right again."""
 import signal
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The samples of packaging/fleet on three nodes: what gets through, and what each certificate may do."""
 import json
 import socket

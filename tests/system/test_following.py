@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Retained documents stay true with LANVOY_FOLLOW=1: after each event they are what a query would answer."""
 import re
 

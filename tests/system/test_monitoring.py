@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Devices: first round, state changes, hot-plug, scans, and services that are absent, restart or do not answer."""
 import pytest
 from conftest import BASE, NM, until, wired_once

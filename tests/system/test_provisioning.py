@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Connections come out as configured: created, updated, activated or left alone; requests and messages."""
 import json
 import pathlib

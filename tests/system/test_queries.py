@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every query with every kind of interface name."""
 from conftest import NM, PROFILE, until, wired_once
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What provisioning sends, sent to the installed NetworkManager by a program of its own."""
 import os
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The command line and the broker session: subscriptions, command intake, error documents, loss of the broker."""
 import re
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Data usage, with files in the place of the kernel's counters of the modem's data interface."""
 import contextlib
 import os

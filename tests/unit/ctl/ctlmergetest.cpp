@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ctl/merge.h"
 #include "ctl/outcome.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ctl/views.h"
 
 #include <QJsonArray>

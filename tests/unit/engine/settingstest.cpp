@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "engine/engine.h"
 #include "types/lanvoytypes.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "engine/usage.h"
 #include "config/diskroom.h"
 #include "engine/snapshot.h"

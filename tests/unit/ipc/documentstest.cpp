@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ipc/documents.h"
 
 #include <NetworkManagerQt/Ipv4Setting>

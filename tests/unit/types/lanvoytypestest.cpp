@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "types/lanvoytypes.h"
 
 #include <QTest>
