@@ -63,14 +63,21 @@ NetworkManager::IpConfig freshIpv4(const QString& path, QHash<QString, NetworkMa
 
 } // namespace
 
+BusWatch::BusWatch()
+{
+    // QtDBus holds back what a new connection receives until the event loop turns, and then can deliver the
+    // newest signal before those: a device's last state would be overwritten by an older one. Now there is
+    // none yet.
+    QDBusConnection::systemBus().connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                                         QStringLiteral("org.freedesktop.DBus.Local"),
+                                         QStringLiteral("Disconnected"), this, SIGNAL(disconnected()));
+}
+
 void BusWatch::start()
 {
     if (started)
         return;
     started = true;
-    QDBusConnection::systemBus().connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
-                                         QStringLiteral("org.freedesktop.DBus.Local"),
-                                         QStringLiteral("Disconnected"), this, SIGNAL(disconnected()));
     subscribeToAllSignals();
     followOwners();
     followProperties();

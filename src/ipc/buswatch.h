@@ -36,6 +36,9 @@ class BusWatch : public QObject
 public:
     using Technologies = QFlags<MMModemAccessTechnology>;
 
+    /** Connects to the bus and begins to watch that connection; to be made before the event loop runs. */
+    BusWatch();
+
     /** Starts watching, which must come before the first use of the libraries; later calls do nothing. */
     void start();
 
