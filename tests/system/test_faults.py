@@ -2,7 +2,6 @@
 """The worst moments: after each fault the service lives, the log tells, and every retained document is right again."""
 import signal
 import socket
-import threading
 
 import pytest
 from conftest import BASE, DEADLINE, NM, PROFILE, Client, until
@@ -29,13 +28,6 @@ def all_right(world):
 
 def profiles(world):
     return [profile["name"] for profile in world.sim.profiles()]
-
-
-def connected(world):
-    service = world.run(WIFI)
-    for topic in STATES:
-        world.client.wait(topic, lambda d: d["stateStr"] == "Connected")
-    return service
 
 
 def broker_killed(world, service):
@@ -96,22 +88,6 @@ def networkmanager_restarts_in_a_set_command(world, service):
     until(lambda: world.sim.profile("Broadband")["gsm"]["apn"] == "other", "the new access point name")
 
 
-def device_storm(world, service):
-    for turn in range(100):
-        world.sim.set_device_state("br0", 30 if turn % 2 else 40, 0)
-    service.wait_log("[Bridge] State changed", 99)
-
-
-def device_gone(world, service):
-    world.sim.add_device("wired", interface="eth1")
-    world.sim.add_device("wifi", interface="wlan1")
-    world.client.send("wifi/config/set", {"interface": "wlan1", "ssid": "Cafe"})
-    world.sim.remove_device("wlan1")
-    world.sim.remove_device("eth1")
-    world.client.send("ethernet/config/set", {"interface": "eth1", "method": "auto"})
-    world.client.settle()
-
-
 def retained_set_command(world, service):
     """It runs again with each session, and changes nothing the second time."""
     world.client.mqtt.publish(f"{BASE}/ethernet/config/set", b'{"method": "auto"}', retain=True)
@@ -160,7 +136,7 @@ def stale_lock(world, service):
 
 
 FAULTS = [broker_killed, broker_frozen, networkmanager_refuses, networkmanager_slow, networkmanager_silent,
-          networkmanager_dies_in_a_call, networkmanager_restarts_in_a_set_command, device_storm, device_gone,
+          networkmanager_dies_in_a_call, networkmanager_restarts_in_a_set_command,
           retained_set_command, services_restart_together, networkmanager_restarts_twice, stale_lock]
 
 
@@ -169,7 +145,7 @@ FAULTS = [broker_killed, broker_frozen, networkmanager_refuses, networkmanager_s
 def test_fault(world, fault, follow):
     if follow:
         world.environment["LANVOY_FOLLOW"] = "1"
-    service = connected(world)
+    service = world.connected()
     if follow:
         world.rest()
     fault(world, service)
@@ -178,46 +154,6 @@ def test_fault(world, fault, follow):
         world.sim.clear_faults()
         world.rest()
         assert world.wrong_documents() == []
-
-
-@pytest.mark.parametrize("moment", ["connack", "publish"])
-def test_session_cut(world, moment):
-    """A proxy cuts the session in the middle of a packet; the next one publishes everything again."""
-    front = socket.create_server(("127.0.0.1", 0))
-    cuts = []
-
-    def serve():
-        while True:
-            try:
-                client, _ = front.accept()
-            except OSError:
-                return
-            server = socket.create_connection(("127.0.0.1", world.port))
-            limit = ({"connack": 3, "publish": 40}[moment]) if not cuts else None
-            cuts.append(moment)
-            for source, target, most in ((server, client, limit), (client, server, None)):
-                threading.Thread(target=pump, args=(source, target, most), daemon=True).start()
-
-    def pump(source, target, most):
-        try:
-            while data := source.recv(most or 65536):
-                target.sendall(data[:most] if most else data)
-                if most is not None and (most := most - len(data)) <= 0:
-                    break
-        except OSError:
-            pass
-        for end_of in (source, target):
-            try:
-                end_of.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
-
-    threading.Thread(target=serve, daemon=True).start()
-    service = world.run({"Mqtt/port": front.getsockname()[1], **WIFI}, wait=False)
-    service.wait_log("ERROR: TransportInvalid (256).")
-    world.client.wait("modem/state", lambda d: d["stateStr"] == "Connected")
-    all_right(world)
-    front.close()
 
 
 def test_bus_lost(world):

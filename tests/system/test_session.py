@@ -1,21 +1,9 @@
 # SPDX-License-Identifier: MIT
-"""The command line and the broker session: subscriptions, command intake, error documents, loss of the broker."""
-import re
+"""The broker session: subscriptions, command intake, error documents, loss of the broker."""
 import socket
-import subprocess
 
-import pytest
 from conftest import BASE, BINARY, DEADLINE, Client, until
 from sim.stack import end
-
-
-@pytest.mark.parametrize("argument, status, answer", [
-    ("--version", 0, ""), ("--help", 0, r"Usage: .* \(default is ./lanvoy.conf\)\."),
-    ("--bogus", 1, r"lanvoy: Unknown option 'bogus'\.")])
-def test_executable_answers_after_its_banner(argument, status, answer):
-    run = subprocess.run([BINARY, argument], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    banner = r"lanvoy v[\d.]+ \([A-Z][a-z]{2} \d+ \d{4}, \d\d:\d\d:\d\d\) ?"
-    assert run.returncode == status and re.fullmatch(banner + answer, " ".join(run.stdout.split()))
 
 
 def test_doubled_base(world):
@@ -51,17 +39,14 @@ def test_silent_and_refusing_broker(world):
     end(world.broker)
     with socket.create_server(("127.0.0.1", world.port)) as listener:
         service = world.run(wait=False)
-        first, _ = listener.accept()
-        service.wait_log("MQTT broker not available.")
-        service.wait_log("ERROR: TransportInvalid (256).")
+        with listener.accept()[0]:
+            service.wait_log("ERROR: TransportInvalid (256).")
         assert service.lines("IPC")[1:4] == ["MQTT broker not available.", "Disconnected.",
                                              "ERROR: TransportInvalid (256)."]
-        second, _ = listener.accept()
-        second.recv(1000)
-        second.sendall(b"\x20\x02\x00\x05")  # CONNACK: not authorized
-        service.wait_log("ERROR: NotAuthorized (5).")
-        first.close()
-        second.close()
+        with listener.accept()[0] as second:
+            second.recv(1000)
+            second.sendall(b"\x20\x02\x00\x05")  # CONNACK: not authorized
+            service.wait_log("ERROR: NotAuthorized (5).")
     world.begin()
     service.wait_log("IPC Connected to")
 

@@ -46,7 +46,8 @@ private Q_SLOTS:
     void newFileHoldsTheDefaults()
     {
         Config config(path, nullptr);
-        QCOMPARE(contentOf(path), golden("default.conf")); // deliberate: Modem/dns1 comes with the first save
+        QCOMPARE(contentOf(path),
+                 golden("default.conf")); // compatibility: Modem/dns1 comes with the first save
         config.setWifi(config.wifi()); // a record that is already held is saved as well
         QVERIFY(contentOf(path).contains("dns0=\ndns1=\ngateway=\nid=Broadband"));
     }
@@ -95,7 +96,7 @@ private Q_SLOTS:
         QVERIFY(log.contains("[Config] Config file cannot be read: '" + path.toUtf8() + "'."));
     }
 
-    // Deliberate: the modem's flag is a number and its netmask line repeats the address.
+    // Compatibility: the modem's flag is a number and its netmask line repeats the address.
     void listingShowsEveryField()
     {
         write(path, golden("labels.conf"));

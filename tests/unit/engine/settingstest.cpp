@@ -97,9 +97,9 @@ private Q_SLOTS:
                 QVERIFY(changes() && !changes());
             }
             e.autocon = w.autocon = m.autocon = !m.autocon;
-            QCOMPARE(changes(), type != ConnectionSettings::Gsm); // deliberate
+            QCOMPARE(changes(), type != ConnectionSettings::Gsm); // compatibility
             e.id = w.id = m.id = m.id + '0';
-            QCOMPARE(changes(), type == ConnectionSettings::Wired); // deliberate again; wifi has the ssid's
+            QCOMPARE(changes(), type == ConnectionSettings::Wired); // compatibility: wifi has the ssid's
             QCOMPARE(settings->id(), type == ConnectionSettings::Wireless ? w.ssid : m.id);
             QCOMPARE(settings->autoconnect(), m.autocon);
         }
@@ -109,12 +109,13 @@ private Q_SLOTS:
     {
         const ConnectionSettings::Ptr settings(new ConnectionSettings(ConnectionSettings::Gsm));
         const auto gsm = settings->setting(Setting::Gsm).staticCast<GsmSetting>();
-        config->setModem({"Modem", true, "user", "secret", "apn ", "26201\t", "1234", automatic, 120});
+        config->setModem({"Modem", true, "user", "secret", "apn", "26201", "1234", automatic, 120});
         QVERIFY(Engine::updateConnectionSettings(settings, *config, ""));
+        config->setModem({"Modem", true, "user", "secret", "apn ", "26201\t", "1234", automatic, 120});
         gsm->setNumber("*1#");
         gsm->setPasswordFlags(Setting::NotSaved);
         gsm->setPinFlags(Setting::NotRequired);
-        QVERIFY(!Engine::updateConnectionSettings(settings, *config, "")); // with the blanks, too
+        QVERIFY(!Engine::updateConnectionSettings(settings, *config, "")); // NetworkManager strips the blanks
         QVERIFY(gsm->number() == "*99#" && gsm->passwordFlags() == Setting::None);
         QCOMPARE(gsm->pinFlags(), Setting::None);
 
@@ -124,7 +125,7 @@ private Q_SLOTS:
         security->setPskFlags(Setting::AgentOwned); // that of the key that is written goes
         security->setWepKeyFlags(Setting::AgentOwned);
         for (const char* word : {"wpa2", "wep"}) {
-            for (int run = 0; run < 2; ++run) // deliberate: a name beyond ASCII always counts as changed
+            for (int run = 0; run < 2; ++run) // compatibility: a name beyond ASCII always counts as changed
                 QVERIFY(Engine::updateConnectionSettings(wifi, *config, word));
             QCOMPARE(security->pskFlags(), Setting::None);
             QCOMPARE(security->wepKeyFlags() == Setting::None, !qstrcmp(word, "wep"));

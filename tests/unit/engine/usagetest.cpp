@@ -26,7 +26,7 @@ private Q_SLOTS:
         QCOMPARE(bookedUsage({1000, 7}, {5000, 9}, {4000, 8}).rxbytes, 2000u);
         QCOMPARE(bookedUsage({1000, 7}, {5000, 9}, {4000, 8}).txbytes, 8u);
         QCOMPARE(bookedUsage({max, 0}, {10, 0}, {max - 5, 0}).rxbytes, 15u); // counter and month passed 2^32
-        // Deliberate: a counter that went backwards is not detected.
+        // Compatibility: a counter that went backwards is not detected.
         QCOMPARE(bookedUsage({1000, 0}, {100, 0}, {200, 0}).rxbytes, 900u);
     }
 
@@ -37,7 +37,7 @@ private Q_SLOTS:
         store.setValue("rxbytes", "5000000000"); // as a snapshot may hold them
         QCOMPARE(readUsage(store, "").rxbytes, 705032704u);
         QCOMPARE(megabytes(2147483647u), 2147.483647);
-        QCOMPARE(megabytes(2147483648u), -2147.483648); // deliberate
+        QCOMPARE(megabytes(2147483648u), -2147.483648); // compatibility
     }
 
     void monthsAreOutdatedAfterSix()

@@ -42,7 +42,7 @@ ConnectionSettings::Ptr manualProfile()
     const auto settings = profile("802-3-ethernet", {{"ipv4", {{"method", "manual"}}}});
     const auto ipv4 = settings->setting(Setting::Ipv4).staticCast<NetworkManager::Ipv4Setting>();
     ipv4->setAddresses(twoAddresses());
-    ipv4->setDns(threeServers); // deliberate: two of them are listed
+    ipv4->setDns(threeServers); // compatibility: two of them are listed
     return settings;
 }
 } // namespace

@@ -23,10 +23,11 @@ private Q_SLOTS:
     // The words of states and reasons are tested with the documents that hold them.
     void numbersHaveTheirWords()
     {
-        compareWords(deviceTypeToString, -1, // deliberate: UnkownType
+        compareWords(deviceTypeToString, -1, // compatibility: UnkownType
                      "unknown UnkownType Ethernet Wifi Unused1 Unused2 Bluetooth OlpcMesh Wimax Modem "
                      "InfiniBand Bond Vlan Adsl Bridge Generic Team Gre MacVlan Tun Veth unknown");
-        compareWords(stateChangeReasonToString, 1, "NoReason unknown NowUnmanagedReason"); // deliberate: no 2
+        compareWords(stateChangeReasonToString, 1,
+                     "NoReason unknown NowUnmanagedReason"); // compatibility: no 2
         compareWords(mqttErrorToString, 0,
                      "NoError InvalidProtocolVersion IdRejected ServerUnavailable BadUsernameOrPassword "
                      "NotAuthorized unknown");
@@ -40,7 +41,7 @@ private Q_SLOTS:
         QMap<int, DeviceState> folded = {{30, Disconnected}, {110, Disconnecting}, {100, Connected}};
         for (int state = 40; state <= 90; state += 10)
             folded.insert(state, Connecting);
-        // Deliberate: failed (120) is unavailable, like everything unlisted.
+        // Compatibility: failed (120) is unavailable, like everything unlisted.
         for (int state = 0; state < 140; ++state)
             QCOMPARE(mapDeviceState(static_cast<Device::State>(state)), folded.value(state, Unavailable));
     }
