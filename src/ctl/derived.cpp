@@ -88,27 +88,27 @@ QJsonObject withoutSecrets(QJsonObject document)
     return document;
 }
 
-QVector<QJsonObject> networksOf(const QJsonObject& networks, const QJsonObject& state)
+QJsonArray networksOf(const QJsonObject& networks, const QJsonObject& state)
 {
-    QVector<QJsonObject> result;
+    QMultiMap<QPair<int, QString>, QJsonObject> sorted; // the strongest first
+    const bool isConnected = textAt(state, "stateStr") == "Connected";
     for (const QJsonValue& network : entriesOf(networks["networks"])) {
         const QJsonValue point = network["referenceAP"];
         const auto [channel, band] = channelOf(point["frequency"].toInt());
-        result.append({
-            {"interface", networks["interface"]},
-            {"ssid", network["ssid"]},
-            {"inUse",
-             state["stateStr"] == QJsonValue("Connected") && valueAt(state, "ap.ssid") == network["ssid"]},
-            {"signal", network["signalStrength"]},
-            {"security", point["security"].toString("unknown")},
-            {"channel", channel},
-            {"band", band},
-            {"accessPoints", network["accessPoints"].toArray().size()},
-        });
+        const QPair rank(-network["signalStrength"].toInt(), network["ssid"].toString());
+        sorted.insert(rank,
+                      {{"interface", networks["interface"]},
+                       {"ssid", network["ssid"]},
+                       {"inUse", isConnected && valueAt(state, "ap.ssid") == network["ssid"]},
+                       {"signal", network["signalStrength"]},
+                       {"security", point["security"].toString("unknown")},
+                       {"channel", channel},
+                       {"band", band},
+                       {"accessPoints", network["accessPoints"].toArray().size()}});
     }
-    const auto rank
-        = [](const QJsonObject& n) { return std::tuple(-n["signal"].toInt(), n["ssid"].toString()); };
-    std::sort(result.begin(), result.end(), [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+    QJsonArray result;
+    for (const QJsonObject& network : sorted)
+        result.append(network);
     return result;
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "views.h"
 
-#include <QJsonArray>
 #include <QStringList>
 
 #include <algorithm>
@@ -13,254 +12,206 @@ namespace Ctl
 namespace
 {
 
-QString joined(QStringList parts, const char* separator)
-{
-    parts.removeAll(QString());
-    return parts.join(separator);
-}
-
-// Cells: each from one member of a row.
-
-Cell address(const QJsonValue& ipv4, const Look&)
-{
-    return {addressOf(ipv4.toObject())};
-}
-
-Cell servers(const QJsonValue& ipv4, const Look&)
-{
-    QStringList result;
-    for (int i = 0; ipv4.toObject().contains(QString("dns%1").arg(i)); ++i)
-        result.append(textOf(ipv4[QString("dns%1").arg(i)]));
-    return {result.join(", ")};
-}
-
-Cell stateWord(const QJsonValue& word, const Look&)
-{
-    return {textOf(word), toneOf(word.toString())};
-}
-
-Cell reason(const QJsonValue& state, const Look&)
-{
-    const QString word = textOf(state["reasonStr"]);
-    const bool saysNothing
-        = word.compare("unknown", Qt::CaseInsensitive) == 0 || word == "UnknownReason" || word == "NoReason";
-    return {joined({textOf(state["stateStr"]), saysNothing ? QString() : word}, ", ")};
-}
-
-Cell signalBars(const QJsonValue& percent, const Look& look)
-{
-    const int value = percent.toInt();
-    const Tone tone = value > 55 ? Tone::Good : value > 30 ? Tone::Busy : Tone::Bad;
-    return {percent.isDouble() ? bars(value, look) : QString(), tone};
-}
-
-// A wifi device has the strength of its access point, a modem its own.
-QJsonValue strengthOf(const QJsonValue& state)
-{
-    const QJsonValue strength = state["ap"]["signalStrength"];
-    return strength.isDouble() ? strength : state["signal"];
-}
-
-Cell strength(const QJsonValue& state, const Look&)
-{
-    return {textOf(strengthOf(state))};
-}
-
-Cell strengthBars(const QJsonValue& state, const Look& look)
-{
-    return signalBars(strengthOf(state), look);
-}
-
-Cell network(const QJsonValue& state, const Look&)
-{
-    const QString ssid = textOf(state["ap"]["ssid"]);
-    const QStringList mobile = {textOf(state["gsm"]["operatorName"]), textOf(state["accessTechnologies"])};
-    return {ssid.isEmpty() ? joined(mobile, ", ") : ssid};
-}
-
-Cell star(const QJsonValue& inUse, const Look&)
-{
-    return {inUse.toBool() ? "*" : "", Tone::Good};
-}
-
-Cell megahertz(const QJsonValue& value, const Look&)
-{
-    return {value.isDouble() ? textOf(value) + " MHz" : QString()};
-}
-
-Cell megabits(const QJsonValue& kilobits, const Look&)
-{
-    return {kilobits.isDouble() ? QString("%1 Mbit/s").arg(kilobits.toDouble() / 1000) : QString()};
-}
-
-Cell percent(const QJsonValue& state, const Look&)
-{
-    return {strengthOf(state).isDouble() ? textOf(strengthOf(state)) + " %" : QString()};
-}
-
-Cell maker(const QJsonValue& device, const Look&)
-{
-    return {
-        joined({textOf(device["manufacturer"]), textOf(device["model"]), textOf(device["revision"])}, " ")};
-}
-
-Cell mobileOperator(const QJsonValue& gsm, const Look&)
-{
-    return {joined({textOf(gsm["operatorName"]), textOf(gsm["operatorCode"])}, ", ")};
-}
-
-Cell megabytes(const QJsonValue& value, const Look&)
-{
-    return {QString::number(value.toDouble(), 'f', 2)};
-}
-
-Cell shareBar(const QJsonValue& share, const Look& look)
-{
-    constexpr int longest = 30;
-    return {bar(share.toDouble(), longest, look), Tone::Good};
-}
-
 const Columns statusColumns = {
     {"DEVICE", "interface"},
     {"KIND", "typeStr"},
-    {"STATE", "stateStr", stateWord},
-    {"ADDRESS", "ipv4", address},
-    {"NETWORK", "", network, false, true},
-    {"SIGNAL", "", strengthBars},
-    {"%", "", strength, true},
+    {"STATE", "stateStr", Form::State},
+    {"ADDRESS", "address"},
+    {"NETWORK", "network", Form::Name},
+    {"SIGNAL", "strength", Form::Bars},
+    {"%", "strength", Form::Number},
 };
 
 const Columns networkColumns = {
-    {"", "inUse", star},
-    {"SSID", "ssid", nullptr, false, true},
-    {"%", "signal", nullptr, true},
-    {"BARS", "signal", signalBars},
+    {"", "inUse", Form::Mark},
+    {"SSID", "ssid", Form::Name},
+    {"%", "signal", Form::Number},
+    {"BARS", "signal", Form::Bars},
     {"SECURITY", "security"},
-    {"CHAN", "channel", nullptr, true},
+    {"CHAN", "channel", Form::Number},
     {"BAND", "band"},
-    {"APS", "accessPoints", nullptr, true},
+    {"APS", "accessPoints", Form::Number},
     {"DEVICE", "interface"},
 };
 
 const Columns signalColumns = {
     {"DEVICE", "interface"},
-    {"%", "signal", nullptr, true},
-    {"BARS", "signal", signalBars},
+    {"%", "signal", Form::Number},
+    {"BARS", "signal", Form::Bars},
     {"TECHNOLOGY", "accessTechnologies"},
-    {"OPERATOR", "operator", nullptr, false, true},
+    {"OPERATOR", "operator", Form::Name},
 };
 
 const Columns usageColumns = {
     {"MONTH", "month"},
-    {"DOWN MB", "download", megabytes, true},
-    {"UP MB", "upload", megabytes, true},
-    {"", "share", shareBar},
+    {"DOWN MB", "down", Form::Number},
+    {"UP MB", "up", Form::Number},
+    {"", "share", Form::Share},
 };
 
 const Columns stateLines = {
-    {"State", "", reason},
+    {"State", "stateAndReason"},
     {"MAC address", "mac"},
-    {"Address", "ipv4", address},
+    {"Address", "address"},
     {"Gateway", "ipv4.gateway"},
-    {"Name servers", "ipv4", servers},
+    {"Name servers", "servers"},
     {"Network", "ap.ssid"},
     {"Access point", "ap.hardwareAddress"},
     {"Mode", "ap.mode"},
     {"Security", "ap.security"},
-    {"Frequency", "ap.frequency", megahertz},
-    {"Bit rate", "ap.maxBitRate", megabits},
-    {"Modem", "device", maker},
+    {"Frequency", "frequency"},
+    {"Bit rate", "bitRate"},
+    {"Modem", "model"},
     {"IMEI", "gsm.imei"},
     {"MEID", "cdma.meid"},
     {"IMSI", "sim.imsi"},
     {"SIM", "sim.id"},
-    {"Operator", "gsm", mobileOperator},
+    {"Operator", "operator"},
     {"Technology", "accessTechnologies"},
-    {"Signal", "", percent},
+    {"Signal", "signalPercent"},
 };
 
 const Columns configLines = {
-    {"Method", "method"},     {"Address", "", address},
-    {"Gateway", "gateway"},   {"Name servers", "", servers},
+    {"Method", "method"},     {"Address", "address"},
+    {"Gateway", "gateway"},   {"Name servers", "servers"},
     {"Network", "ssid"},      {"Key", "key"},
     {"APN", "apn"},           {"User name", "username"},
     {"Password", "password"}, {"Network ID", "networkId"},
     {"PIN", "pin"},
 };
 
-double totalOf(const QJsonObject& month)
+QString joined(QStringList parts, const char* separator)
 {
-    return month["download"].toDouble() + month["upload"].toDouble();
+    parts.removeAll(QString());
+    return parts.join(separator);
+}
+
+/** @return address and prefix length, such as 192.0.2.17/24; empty without an address */
+QString addressOf(const QJsonObject& ipv4)
+{
+    const QString address = textAt(ipv4, "address");
+    size_t prefix = 0;
+    for (const QString& part : textAt(ipv4, "netmask").split('.'))
+        prefix += std::bitset<8>(part.toUShort()).count();
+    return address.isEmpty() ? address : QString("%1/%2").arg(address).arg(prefix);
+}
+
+QString serversOf(const QJsonObject& ipv4)
+{
+    QStringList servers;
+    for (int i = 0; ipv4.contains(QString("dns%1").arg(i)); ++i)
+        servers.append(textOf(ipv4[QString("dns%1").arg(i)]));
+    return joined(servers, ", ");
+}
+
+QString reasonOf(const QJsonObject& state)
+{
+    const QString word = textAt(state, "reasonStr");
+    const bool saysNothing
+        = word.compare("unknown", Qt::CaseInsensitive) == 0 || word == "UnknownReason" || word == "NoReason";
+    return saysNothing ? QString() : word;
+}
+
+QString withUnit(const QJsonValue& number, const char* unit)
+{
+    return number.isDouble() ? QString("%1 %2").arg(number.toDouble()).arg(unit) : QString();
+}
+
+/** @return the state document with what the tables and lines show beside its members */
+QJsonObject rowOf(QJsonObject state)
+{
+    const auto text = [&](const char* path) { return textAt(state, path); };
+    const QJsonObject ipv4 = state["ipv4"].toObject();
+    const QJsonObject point = state["ap"].toObject();
+    const QString network = joined({text("gsm.operatorName"), text("accessTechnologies")}, ", ");
+    // A wifi device has the strength of its access point, a modem its own.
+    const QJsonValue strength
+        = point["signalStrength"].isDouble() ? point["signalStrength"] : state["signal"];
+    const QJsonValue bitRate = point["maxBitRate"]; // kbit/s
+    const QMap<QString, QJsonValue> more = {
+        {"stateAndReason", joined({text("stateStr"), reasonOf(state)}, ", ")},
+        {"address", addressOf(ipv4)},
+        {"servers", serversOf(ipv4)},
+        {"network", text("ap.ssid").isEmpty() ? network : text("ap.ssid")},
+        {"strength", strength},
+        {"signalPercent", withUnit(strength, "%")},
+        {"frequency", withUnit(point["frequency"], "MHz")},
+        {"bitRate", bitRate.isDouble() ? withUnit(bitRate.toDouble() / 1000, "Mbit/s") : QString()},
+        {"model", joined({text("device.manufacturer"), text("device.model"), text("device.revision")}, " ")},
+        {"operator", joined({text("gsm.operatorName"), text("gsm.operatorCode")}, ", ")},
+    };
+    for (auto member = more.begin(); member != more.end(); ++member)
+        state.insert(member.key(), member.value());
+    return state;
+}
+
+QString deviceText(const QJsonObject& state, QJsonObject config, const Look& look)
+{
+    QString result = painted(textAt(state, "interface"), Tone::Bold, look)
+        + QString(" (%1)\n").arg(textAt(state, "typeStr")) + lines(stateLines, rowOf(state));
+    if (config.isEmpty())
+        return result;
+    config.insert("servers", serversOf(config));
+    config.insert("address", addressOf(config));
+    return result + "  Configuration\n" + lines(configLines, config);
 }
 
 } // namespace
 
-QString addressOf(const QJsonObject& ipv4)
+QString statusText(const QJsonObject& overview, const Look& look)
 {
-    const QString address = textAt(ipv4, "address");
-    if (address.isEmpty())
-        return {};
-    size_t prefix = 0;
-    for (const QString& part : textAt(ipv4, "netmask").split('.'))
-        prefix += std::bitset<8>(part.toUShort()).count();
-    return QString("%1/%2").arg(address).arg(prefix);
-}
-
-Tone toneOf(const QString& stateWord)
-{
-    if (stateWord.startsWith("Connected"))
-        return Tone::Good;
-    return stateWord.endsWith("ing") ? Tone::Busy : Tone::Bad;
-}
-
-QString statusText(const QJsonObject& info, const QJsonObject& status, const QVector<QJsonObject>& devices,
-                   const Look& look)
-{
+    const QJsonObject status = overview["status"].toObject();
     const QString state = textAt(status, "stateStr");
     const QJsonObject primary = status["primaryConnection"].toObject();
     const QStringList place = {textAt(primary, "interface"), addressOf(primary["ipv4"].toObject())};
+    QJsonArray rows;
+    for (const QJsonValue& device : entriesOf(overview["devices"]))
+        rows.append(rowOf(device.toObject()));
     return QString("%1: %2, connectivity %3 (lanvoy %4)\n")
                .arg(painted(textAt(status, "hostname"), Tone::Bold, look),
                     painted(state, toneOf(state), look), textAt(status, "connectivityStr"),
-                    textAt(info, "service.version"))
+                    textAt(overview, "info.service.version"))
         + (primary.isEmpty() ? QString("No primary connection\n")
                              : QString("Primary connection: %1 (%2)\n")
                                    .arg(textAt(primary, "connectionName"), joined(place, ", ")))
-        + '\n' + table(statusColumns, devices, look);
+        + '\n' + table(statusColumns, rows, look);
 }
 
-QString deviceText(const QJsonObject& state, const QJsonObject& config, const Look& look)
+QString devicesText(const QJsonObject& devices, const Look& look)
 {
-    QString result = painted(textAt(state, "interface"), Tone::Bold, look)
-        + QString(" (%1)\n").arg(textAt(state, "typeStr")) + lines(stateLines, state, look);
-    if (!config.isEmpty())
-        result += "  Configuration\n" + lines(configLines, config, look);
-    return result;
+    QStringList texts;
+    for (const QJsonValue& device : entriesOf(devices["devices"]))
+        texts.append(deviceText(device["state"].toObject(), device["config"].toObject(), look));
+    return texts.join('\n');
 }
 
-QString networksText(const QVector<QJsonObject>& networks, const Look& look)
+QString networksText(const QJsonObject& networks, const Look& look)
 {
-    return table(networkColumns, networks, look);
+    return table(networkColumns, networks["networks"].toArray(), look);
 }
 
-QString signalText(const QVector<QJsonObject>& modems, const Look& look)
+QString signalText(const QJsonObject& modems, const Look& look)
 {
-    return table(signalColumns, modems, look);
+    return table(signalColumns, modems["modems"].toArray(), look);
 }
 
 QString usageText(const QJsonObject& usage, const Look& look)
 {
-    QVector<QJsonObject> rows;
+    const auto totalOf
+        = [](const QJsonValue& month) { return month["download"].toDouble() + month["upload"].toDouble(); };
+    const QJsonArray months = usage["months"].toArray();
     double most = 0;
-    for (const QJsonValue& month : entriesOf(usage["months"])) {
-        rows.append(month.toObject());
-        most = std::max(most, totalOf(rows.last()));
-    }
-    for (QJsonObject& row : rows)
-        row.insert("share", most > 0 ? totalOf(row) / most : 0);
-    QJsonObject sum = usage;
-    sum.insert("month", "Sum");
-    rows.append(sum);
+    for (const QJsonValue& month : months)
+        most = std::max(most, totalOf(month));
+    QJsonArray rows;
+    const auto add = [&](const QString& label, const QJsonValue& row, double share) {
+        const auto text = [&](const char* member) { return QString::number(row[member].toDouble(), 'f', 2); };
+        rows.append(QJsonObject {
+            {"month", label}, {"down", text("download")}, {"up", text("upload")}, {"share", share}});
+    };
+    for (const QJsonValue& month : months)
+        add(month["month"].toString(), month, most > 0 ? totalOf(month) / most : 0);
+    add("Sum", usage, 0);
     return table(usageColumns, rows, look);
 }
 

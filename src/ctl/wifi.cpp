@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "change.h"
+#include "commands.h"
 #include "prompt.h"
 #include "session.h"
 #include "views.h"
-
-#include <QJsonArray>
 
 #include <algorithm>
 
@@ -13,23 +11,6 @@ namespace Ctl
 
 namespace
 {
-
-/** The networks that all wifi devices see. */
-Exit askNetworks(Context& context, QVector<QJsonObject>& networks)
-{
-    Overview overview;
-    const Exit status = ask(context, overview);
-    if (status != Done)
-        return status;
-    for (const QJsonObject& state : overview.devices) {
-        const QString interface = state["interface"].toString();
-        if (kindOf(state) == "wifi"
-            && (context.options.interface.isEmpty() || context.options.interface == interface))
-            networks
-                += networksOf(context.session.ask({{"wifi/networks", interface}}).first().document, state);
-    }
-    return Done;
-}
 
 /** @return why the key cannot be that of a network, empty when it can */
 QString keyProblem(const QString& key, const QString& security)
@@ -45,68 +26,67 @@ QString keyProblem(const QString& key, const QString& security)
     return {};
 }
 
-Exit connectTo(Context& context, const QString& ssid)
+/** Reads the key of a network from its file or the terminal. @return the problem, empty for none */
+QString readKey(const Options& options, const QString& ssid, const QString& security, QString& key)
 {
-    const Options& options = context.options;
-    if (!options.yes && !canAsk())
-        return fail(Usage, "There is no terminal to ask on; use -y and --key-file.");
-    Record given;
-    const QString wrongField = readFields("wifi", options.arguments.mid(2), given);
-    if (!wrongField.isEmpty())
-        return fail(Usage, wrongField);
-    QVector<QJsonObject> networks;
-    const Exit status = askNetworks(context, networks);
-    if (status != Done)
-        return status;
-    const auto network = std::find_if(networks.begin(), networks.end(),
-                                      [&](const QJsonObject& n) { return n["ssid"] == ssid; });
-    if (network == networks.end())
-        return fail(Refused, QString("'%1' is not in range.").arg(ssid));
-
-    QString key;
-    const QString security = (*network)["security"].toString();
-    if (security != "none") {
-        if (options.keyFile.isEmpty() && !canAsk())
-            return fail(Usage, "There is no terminal to ask for the key on; use --key-file.");
-        QString problem;
-        if (options.keyFile.isEmpty())
-            key = askSecret(QString("Key of '%1': ").arg(printable(ssid)));
-        else
-            problem = readFirstLine(options.keyFile, key);
-        if (problem.isEmpty())
-            problem = keyProblem(key, security);
-        if (!problem.isEmpty())
-            return fail(Usage, problem);
-    }
-    given["ssid"] = ssid;
-    given["key"] = key;
-    if (options.replace && !given.contains("method"))
-        given["method"] = "auto";
-    return changeConfiguration(context, "wifi", (*network)["interface"].toString(), given);
+    if (security == "none")
+        return {};
+    if (options.keyFile.isEmpty() && !canAsk())
+        return "There is no terminal to ask for the key on; use --key-file.";
+    QString problem;
+    if (options.keyFile.isEmpty())
+        key = askSecret(QString("Key of '%1': ").arg(printable(ssid)));
+    else
+        problem = readFirstLine(options.keyFile, key);
+    return problem.isEmpty() ? keyProblem(key, security) : problem;
 }
 
 } // namespace
 
-Exit wifi(Context& context)
+Exit showNetworks(Context& context, QJsonObject& value)
 {
-    const QStringList& arguments = context.options.arguments;
-    if (arguments.size() > 1 && arguments.first() == "connect")
-        return connectTo(context, arguments.at(1));
-    if (!arguments.isEmpty())
-        return fail(Usage, "Usage: lanvoyctl wifi [connect SSID [FIELD=VALUE...]]");
-    QVector<QJsonObject> networks;
-    const Exit status = askNetworks(context, networks);
-    if (status != Done)
+    QJsonObject overview;
+    if (const Exit status = askOverview(context, overview))
         return status;
-    if (!context.options.json) {
-        put(networksText(networks, context.look));
-        return Done;
+    QJsonArray networks;
+    const QString wanted = context.options.interface;
+    for (const QJsonValue& state : entriesOf(overview["devices"])) {
+        const QString interface = state["interface"].toString();
+        if (kindOf(state.toObject()) != "wifi" || (!wanted.isEmpty() && wanted != interface))
+            continue;
+        const QJsonObject found = context.session.ask({{"wifi/networks", interface}}).first().document;
+        for (const QJsonValue& network : networksOf(found, state.toObject()))
+            networks.append(network);
     }
-    QJsonArray array;
-    for (const QJsonObject& network : networks)
-        array.append(network);
-    put({{"networks", array}});
+    value = {{"networks", networks}};
     return Done;
+}
+
+Exit connectWifi(Context& context, QJsonObject& value)
+{
+    const Options& options = context.options;
+    const QString ssid = options.arguments.first();
+    if (!options.yes && !canAsk())
+        return fail(Usage, "There is no terminal to ask on; use -y and --key-file.");
+    Record given;
+    QString problem = readFields("wifi", options.arguments.mid(1), given);
+    if (!problem.isEmpty())
+        return fail(Usage, problem);
+    QJsonObject inRange;
+    if (const Exit status = showNetworks(context, inRange))
+        return status;
+    const QJsonArray networks = inRange["networks"].toArray();
+    const auto network = std::find_if(networks.begin(), networks.end(),
+                                      [&](const QJsonValue& n) { return n["ssid"] == ssid; });
+    if (network == networks.end())
+        return fail(Refused, QString("'%1' is not in range.").arg(ssid));
+    problem = readKey(options, ssid, (*network)["security"].toString(), given["key"]);
+    if (!problem.isEmpty())
+        return fail(Usage, problem);
+    given["ssid"] = ssid;
+    if (options.replace && !given.contains("method"))
+        given["method"] = "auto";
+    return change(context, "wifi", (*network)["interface"].toString(), given, value);
 }
 
 } // namespace Ctl
