@@ -12,7 +12,7 @@ namespace Ctl
 const std::vector<Command>& commands()
 {
     static const std::vector<Command> table = {
-        {"status", "status", "The state of everything (default)", 0, 0, askOverview, statusText},
+        {"status", "status", "The state of everything (default)", 0, 0, showStatus, statusText},
         {"show", "show [DEVICE]", "All about one device, or about all", 0, 1, showDevices, devicesText},
         {"wifi", "wifi", "Wifi networks in range", 0, 0, showNetworks, networksText},
         {"wifi connect", "wifi connect SSID [FIELD=VALUE...]", "Connects; the key is asked for", 1, 64,

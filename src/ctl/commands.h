@@ -19,46 +19,39 @@ struct Context {
     Session& session;
 };
 
+using Run = Exit(Context& context, QJsonObject& value); // the value is printed when it is not empty
+using Text = QString(const QJsonObject& value, const Look& look); // the value for people
+
 struct Command {
     const char* name;
     const char* synopsis;
     const char* description; // empty: not shown in the help
     int least; // arguments
     int most;
-    Exit (*run)(Context& context, QJsonObject& value); // the value is printed when it is not empty
-    QString (*text)(const QJsonObject& value, const Look& look) = nullptr; // for people
+    Run* run;
+    Text* text = nullptr; // null: prints by itself
     bool needsBroker = true; // a session before it starts
 };
 
 /** @return all commands, in the order of the help */
 const std::vector<Command>& commands();
 
-// show.cpp
-Exit showDevices(Context& context, QJsonObject& value);
-Exit showSignal(Context& context, QJsonObject& value);
-Exit showUsage(Context& context, QJsonObject& value);
-Exit getDocument(Context& context, QJsonObject& value);
-Exit complete(Context& context, QJsonObject& value);
-// wifi.cpp
-Exit showNetworks(Context& context, QJsonObject& value);
-Exit connectWifi(Context& context, QJsonObject& value);
-// set.cpp
-Exit set(Context& context, QJsonObject& value);
-QString outcomeText(const QJsonObject& outcome, const Look& look);
-// watch.cpp
-Exit watch(Context& context, QJsonObject& value);
-// doctor.cpp
-Exit doctor(Context& context, QJsonObject& value);
-QString checksText(const QJsonObject& checks, const Look& look);
+Run showStatus, showDevices, showNetworks, showSignal, showUsage, getDocument, complete; // show.cpp
+Run set, connectWifi; // set.cpp
+Run watch; // watch.cpp
+Run doctor; // doctor.cpp
+Text outcomeText; // of set.cpp
+Text checksText; // of doctor.cpp
 
 /**
  * Asks for the state of everything: "info", "status" and "devices", a list of state documents. The interface
  * lists no devices: found are the first of each kind, those of which the broker has a document in store, and
  * the one of the primary connection.
  *
+ * @param interface  the only device to ask for; empty for all
  * @return Done, or why there is nothing, which has been said then
  */
-Exit askOverview(Context& context, QJsonObject& overview);
+Exit askOverview(Context& context, QJsonObject& overview, const QString& interface = {});
 
 /** Reads FIELD=VALUE arguments, asks for those with "-". @return the problem, empty for none */
 QString readFields(const QString& kind, const QStringList& arguments, Record& given);

@@ -61,7 +61,6 @@ bool checkService(Context& context, QJsonArray& checks)
         : QString();
     const QString base = context.options.base;
     const bool isPassedOn = !session.documents("info/get", false).isEmpty();
-    constexpr int slowMs = 1000;
     report(
         checks, "service",
         {{!isThere, failure, QString("Nobody answers below '%1'").arg(base),
@@ -69,9 +68,7 @@ bool checkService(Context& context, QJsonArray& checks)
                      : "Start lanvoy; look whether the access list lets your user ask (the question did not "
                        "come back)."},
          {services > 1, failure, QString("%1 services answer below '%2'").arg(services).arg(base),
-          "Give each gateway a base topic of its own (Mqtt/base), or stop one."},
-         {isThere && services <= 1 && ms > slowMs, warning, text,
-          "It waits for NetworkManager: look at both logs."}},
+          "Give each gateway a base topic of its own (Mqtt/base), or stop one."}},
         text);
     return isThere;
 }
@@ -116,8 +113,7 @@ void checkDevices(Context& context, QJsonArray& checks)
     }
     report(checks, "access",
            {{!silent.isEmpty(), warning, "No answer to questions for " + silent.join(", "),
-             "The broker's access list keeps them from you or the service, or NetworkManager is slow."}},
-           {});
+             "The broker's access list keeps them from you or the service, or NetworkManager is slow."}});
 }
 
 } // namespace

@@ -20,7 +20,7 @@ struct Finding {
 /** Adds the findings of a check that apply; when none does, that all is well, unless there is no text for it.
  */
 void report(QJsonArray& checks, const char* name, const std::vector<Finding>& findings,
-            const QString& wellText);
+            const QString& wellText = {});
 
 /**
  * Checks what only the gateway itself can tell: unit, bus services, rights, files, NetworkManager's profiles.

@@ -56,24 +56,24 @@ void checkUnit(QJsonArray& checks, const Unit& unit)
 {
     const QString look = "journalctl -u lanvoy shows why.";
     const bool isActive = unit["ActiveState"] == "active";
+    const QString state = QString("lanvoy.service is %1 (%2)").arg(unit["ActiveState"], unit["SubState"]);
     QStringList dropIns;
     for (const QString& path : unit["DropInPaths"].split(' ', Qt::SkipEmptyParts))
         dropIns.append(path.section('/', -1));
     const QString text
         = "lanvoy.service is active, drop-ins: " + (dropIns.isEmpty() ? "none" : dropIns.join(", "));
-    report(
-        checks, "unit",
-        {{!isActive, failure, QString("lanvoy.service is %1 (%2)").arg(unit["ActiveState"], unit["SubState"]),
-          "systemctl start lanvoy; " + look},
-         {isActive && unit["NRestarts"].toInt() > 0, warning,
-          QString("%1, restarted %2 times").arg(text, unit["NRestarts"]), look}},
-        text);
+    const QString restarts = unit["NRestarts"];
+    report(checks, "unit",
+           {{!isActive, failure, state, "systemctl start lanvoy; " + look},
+            {isActive && restarts.toInt() > 0, warning, QString("%1, restarted %2 times").arg(text, restarts),
+             look}},
+           text);
 }
 
 /** @return whether the service is on the system bus */
-bool checkBus(QJsonArray& checks, const QString& label, const QString& name, const QString& path,
-              const char* missing)
+bool checkBus(QJsonArray& checks, const QString& label, const QString& name, const char* missing)
 {
+    const QString path = '/' + QString(name).replace('.', '/');
     const Result result
         = run("busctl", {"--system", "--auto-start=no", "get-property", name, path, name, "Version"});
     const QString version = result.output.section('"', 1, 1);
@@ -96,21 +96,20 @@ void checkRights(QJsonArray& checks, const QString& user, const QString& process
     bool isKnown = true;
     for (const char* action : {"wifi.scan", "network-control", "settings.modify.system"}) {
         const QString name = QString("org.freedesktop.NetworkManager.%1").arg(action);
-        constexpr int notAuthorized = 1;
-        constexpr int needsAuthentication = 2; // and nobody is there to do that
         const int status = run("pkcheck", {"--action-id", name, "--process", process}).status;
-        if (status == notAuthorized || status == needsAuthentication)
+        if (status == 1 || status == 2) // no, or after authentication, for which nobody is there
             refused.append(action);
-        isKnown = isKnown && status >= 0 && status <= needsAuthentication;
+        else
+            isKnown = isKnown && status == 0;
     }
-    report(checks, "rights",
-           {{!isKnown, warning, "The rights of the service could not be looked at",
-             "Root can; pkcheck has to be there, and polkit has to answer."},
-            {!refused.isEmpty(), failure,
-             QString("polkit does not let user %1 do: %2").arg(user, refused.join(", ")),
-             "Put lanvoy.rules back into /usr/share/polkit-1/rules.d; look for a rule in "
-             "/etc/polkit-1/rules.d."}},
-           QString("polkit lets user %1 do all three actions").arg(user));
+    report(
+        checks, "rights",
+        {{!isKnown, warning, "The rights of the service could not be looked at",
+          "Root can; pkcheck has to be there, and polkit has to answer."},
+         {!refused.isEmpty(), failure,
+          QString("polkit does not let user %1 do: %2").arg(user, refused.join(", ")),
+          "Put lanvoy.rules back into /usr/share/polkit-1/rules.d; see the rules in /etc/polkit-1/rules.d."}},
+        QString("polkit lets user %1 do all three actions").arg(user));
 }
 
 void checkFiles(QJsonArray& checks, const QString& user, const QString& file)
@@ -126,14 +125,14 @@ void checkFiles(QJsonArray& checks, const QString& user, const QString& file)
     const bool isWritable = !isFrozen && (user == "root" || folder.permission(right));
     constexpr qint64 leastRoom = 1024 * 1024;
     const QStorageInfo storage(path);
+    const bool isFull = storage.bytesTotal() > 0 && storage.bytesAvailable() < leastRoom;
     report(checks, "files",
            {{!folder.exists(), failure, path + " is not there", "systemctl restart lanvoy makes it."},
             {folder.exists() && !isWritable, failure, path + " is not writable: settings cannot be saved",
              isFrozen ? "mount -o remount,rw, or chattr -i " + path
                       : QString("chown %1: %2; chmod 750 %2").arg(user, path)},
-            {storage.bytesTotal() > 0 && storage.bytesAvailable() < leastRoom, failure,
-             path + " has no room left: settings cannot be saved", "Delete something."},
-            {folder.exists() && !settings.exists(), warning, "No " + file + " can be seen",
+            {isFull, failure, path + " has no room left: settings cannot be saved", "Delete something."},
+            {folder.exists() && !settings.exists(), warning, file + " cannot be seen",
              "Root can look at all of it."},
             {settings.permission(QFile::ReadOther), failure,
              QString("Everybody here can read %1 and the passwords in it").arg(file), "chmod o-r " + file}},
@@ -142,10 +141,10 @@ void checkFiles(QJsonArray& checks, const QString& user, const QString& file)
 
 void checkLog(QJsonArray& checks)
 {
-    const bool isRead
-        = run("logger", {"--no-act", "--socket-errors=on", "--socket", "/dev/log", "lanvoyctl"}).status == 0;
+    const QStringList arguments = {"--no-act", "--socket-errors=on", "--socket", "/dev/log", "lanvoyctl"};
     report(checks, "log",
-           {{!isRead, warning, "Nobody reads /dev/log: each line goes to the console, which is slow",
+           {{run("logger", arguments).status != 0, warning,
+             "Nobody reads /dev/log: each line goes to the console, which is slow",
              "systemctl start systemd-journald-dev-log.socket"}},
            "/dev/log is read");
 }
@@ -159,16 +158,14 @@ void checkNetworkManager(QJsonArray& checks)
     twice.removeDuplicates();
     report(checks, "profiles",
            {{!twice.isEmpty(), warning, "Several profiles have the name " + twice.join(", "),
-             "nmcli connection delete UUID, for all but one."}},
-           {});
+             "nmcli connection delete UUID, for all but one."}});
     for (const QString& line : nmcli({"-f", "TYPE,STATE,DEVICE", "device"})) {
         const QString device = line.section(':', 2);
         const bool isOurs = QStringList {"ethernet", "wifi", "gsm"}.contains(line.section(':', 0, 0));
-        report(checks, "device",
-               {{isOurs && line.section(':', 1, 1) == "unmanaged", warning,
-                 device + " is not managed by NetworkManager",
-                 QString("nmcli device set %1 managed yes").arg(device)}},
-               {});
+        report(
+            checks, "device",
+            {{isOurs && line.section(':', 1, 1) == "unmanaged", warning,
+              device + " is not managed by NetworkManager", "nmcli device set " + device + " managed yes"}});
     }
 }
 
@@ -181,22 +178,18 @@ void checkProfile(QJsonArray& checks, const QString& kind, const QSettings& file
                                         : file.value(group + "/id", fallback).toString();
     if (name.isEmpty())
         return;
-    const QStringList lines
-        = nmcli({"-g", "ipv4.method,ipv4.addresses,ipv4.gateway", "connection", "show", "id", name});
-    const QString method = lines.value(0);
-    const QString address = lines.value(1).section('/', 0, 0);
-    Record record = presentOf(kind, file).record;
-    if (record["method"] != "auto" && record["method"] != "manual")
-        record["method"] = "link-local";
-    const bool isOther = method != record["method"];
-    const QString difference = isOther ? QString("method %1 instead of %2").arg(method, record["method"])
-                                       : QString("address %1 instead of %2").arg(address, record["address"]);
-    const bool differs = isOther || (method == "manual" && address != record["address"]);
+    const QStringList lines = nmcli({"-g", "ipv4.method,ipv4.addresses", "connection", "show", "id", name});
+    const Record record = presentOf(kind, file).record;
+    const bool isManual = record["method"] == "manual";
+    const bool isKnown = isManual || record["method"] == "auto";
+    const QString wanted = isManual ? "manual " + record["address"] : isKnown ? "auto" : "link-local";
+    const QString found = lines.value(0) + (isManual ? ' ' + lines.value(1).section('/', 0, 0) : QString());
     report(checks, "profiles",
            {{lines.isEmpty(), warning, QString("NetworkManager has no profile '%1' (%2)").arg(name, kind),
              "It is made when its device is there, plugged in or in range; else look at lanvoy's log."},
-            {!lines.isEmpty() && differs, failure,
-             QString("Profile '%1' differs from the configuration: %2").arg(name, difference),
+            {!lines.isEmpty() && found != wanted, failure,
+             QString("Profile '%1' differs from the configuration: method %2 instead of %3")
+                 .arg(name, found, wanted),
              "systemctl restart lanvoy brings it in line; if it does not, its log says why."}},
            QString("Profile '%1' is as configured").arg(name));
 }
@@ -211,10 +204,8 @@ void checkGateway(QJsonArray& checks, const QString& file)
         return;
     const QString user = unit["User"].isEmpty() ? QString("root") : unit["User"];
     checkUnit(checks, unit);
-    const bool isManaged = checkBus(checks, "NetworkManager", "org.freedesktop.NetworkManager",
-                                    "/org/freedesktop/NetworkManager", failure);
-    checkBus(checks, "ModemManager", "org.freedesktop.ModemManager1", "/org/freedesktop/ModemManager1",
-             warning);
+    const bool isManaged = checkBus(checks, "NetworkManager", "org.freedesktop.NetworkManager", failure);
+    checkBus(checks, "ModemManager", "org.freedesktop.ModemManager1", warning);
     checkRights(checks, user, unit["MainPID"]);
     checkFiles(checks, user, file);
     checkLog(checks);
@@ -222,10 +213,8 @@ void checkGateway(QJsonArray& checks, const QString& file)
         return;
     checkNetworkManager(checks);
     const QSettings settings(file, QSettings::IniFormat);
-    if (QFileInfo(file).isReadable()) {
-        for (const QString& kind : kinds())
-            checkProfile(checks, kind, settings);
-    }
+    for (const QString& kind : QFileInfo(file).isReadable() ? kinds() : QStringList())
+        checkProfile(checks, kind, settings);
 }
 
 } // namespace Ctl

@@ -46,23 +46,17 @@ bool isNetmask(const QString& text)
     return isAddress(text) && (holes & (holes + 1)) == 0;
 }
 
-QString netmaskOf(int prefix)
-{
-    return QHostAddress(static_cast<quint32>(0xffffffffULL << (32 - prefix))).toString();
-}
-
 /** Splits an address with prefix length into address and netmask. @return the problem, empty for none */
 QString splitPrefix(Record& given)
 {
-    const QStringList parts = given.value("address").split('/');
-    if (parts.size() == 1)
+    const QString address = given.value("address");
+    if (!address.contains('/'))
         return {};
-    bool isNumber = false;
-    const int prefix = parts.at(1).toInt(&isNumber);
-    if (parts.size() > 2 || !isNumber || prefix < 1 || prefix > 32)
-        return QString("'%1' is no address with prefix length.").arg(given["address"]);
-    given["address"] = parts.first();
-    given["netmask"] = netmaskOf(prefix);
+    const int prefix = QHostAddress::parseSubnet(address).second;
+    if (prefix < 1)
+        return QString("'%1' is no address with prefix length.").arg(address);
+    given["address"] = address.section('/', 0, 0);
+    given["netmask"] = QHostAddress(static_cast<quint32>(0xffffffffULL << (32 - prefix))).toString();
     return {};
 }
 

@@ -141,8 +141,6 @@ QVector<Answer> Session::ask(const QVector<Query>& queries)
     constexpr int straggleMs = 1000;
     if (wait(options.answerMs, [&] { return complete() || handled(); }))
         wait(straggleMs, complete);
-    answered = answered || handled()
-        || std::any_of(answers.begin(), answers.end(), [](const Answer& answer) { return answer.came; });
     return answers;
 }
 

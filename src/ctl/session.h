@@ -63,8 +63,6 @@ public:
      */
     QVector<Answer> ask(const QVector<Query>& queries);
 
-    /** @return whether the service has answered anything that was asked */
-    bool heard() const { return answered; }
     /** @return documents of this topic that the broker had in store, or those that came after */
     QVector<QJsonObject> documents(const QString& topic, bool retained) const;
     const QVector<Message>& messages() const { return received; }
@@ -79,7 +77,6 @@ private:
     const Options& options;
     QMqttClient client;
     QVector<Message> received;
-    bool answered = false;
 };
 
 } // namespace Ctl

@@ -87,6 +87,27 @@ Judgement carryOut(Context& context, const Wanted& wanted, Story& story)
     }
 }
 
+/** @return whether a key can be that of a network */
+bool fits(const QString& key, const QString& security)
+{
+    const int size = key.toUtf8().size();
+    return security == "wep" ? QVector<int> {5, 10, 13, 26}.contains(size)
+                             : !security.startsWith("wpa") || (size >= 8 && size <= 64);
+}
+
+/** Reads the key of a network from its file or the terminal. @return the problem, empty for none */
+QString readKey(const Options& options, const QJsonValue& network, QString& key)
+{
+    const QString security = network["security"].toString();
+    if (security == "none")
+        return {};
+    const QString name = QString("Key of '%1'").arg(textOf(network["ssid"]));
+    const QString problem = readSecret(options.keyFile, name, "--key-file", key);
+    return !problem.isEmpty() || fits(key, security)
+        ? problem
+        : "A WPA key has 8 to 64 characters, a WEP key 5 or 13, or 10 or 26 hexadecimal digits.";
+}
+
 } // namespace
 
 QString outcomeText(const QJsonObject& outcome, const Look& look)
@@ -108,12 +129,8 @@ QString readFields(const QString& kind, const QStringList& arguments, Record& gi
         if (!argument.contains('=') || field == fields.end())
             return QString("'%1' sets no field of %2.").arg(name, kind);
         QString problem;
-        if (value == "-" && !canAsk())
-            problem = QString("There is no terminal to ask for %1 on; use %1=@FILE.").arg(name);
-        else if (value == "-")
-            value = askSecret(name + ": ");
-        else if (value.startsWith('@'))
-            problem = readFirstLine(value.mid(1), value);
+        if (value == "-" || value.startsWith('@'))
+            problem = readSecret(value.mid(1), name, name + "=@FILE", value);
         else if (field->rule == Rule::Secret && !value.isEmpty())
             problem = QString("%1 on the command line can be seen by everybody here; use %1=- or %1=@FILE.")
                           .arg(name);
@@ -186,6 +203,33 @@ Exit set(Context& context, QJsonObject& value)
     if (!problem.isEmpty())
         return fail(Usage, problem);
     return change(context, kind, context.options.interface, given, value);
+}
+
+Exit connectWifi(Context& context, QJsonObject& value)
+{
+    const Options& options = context.options;
+    const QString ssid = options.arguments.first();
+    if (!options.yes && !canAsk())
+        return fail(Usage, "There is no terminal to ask on; use -y and --key-file.");
+    Record given;
+    QString problem = readFields("wifi", options.arguments.mid(1), given);
+    if (!problem.isEmpty())
+        return fail(Usage, problem);
+    QJsonObject inRange;
+    if (const Exit status = showNetworks(context, inRange))
+        return status;
+    const QJsonArray networks = inRange["networks"].toArray();
+    const auto network = std::find_if(networks.begin(), networks.end(),
+                                      [&](const QJsonValue& n) { return n["ssid"] == ssid; });
+    if (network == networks.end())
+        return fail(Refused, QString("'%1' is not in range.").arg(ssid));
+    problem = readKey(options, *network, given["key"]);
+    if (!problem.isEmpty())
+        return fail(Usage, problem);
+    given["ssid"] = ssid;
+    if (options.replace && !given.contains("method"))
+        given["method"] = "auto";
+    return change(context, "wifi", (*network)["interface"].toString(), given, value);
 }
 
 } // namespace Ctl

@@ -16,42 +16,6 @@ namespace
 
 const char* const retainedOnly = "modem/signal"; // no command asks for it
 
-/** State documents of the devices to show: the one that is named, or all. */
-Exit askDevices(Context& context, QJsonArray& states)
-{
-    if (context.options.arguments.isEmpty()) {
-        QJsonObject overview;
-        const Exit status = askOverview(context, overview);
-        states = overview["devices"].toArray();
-        return status;
-    }
-    const QString interface = context.options.arguments.first();
-    QVector<Query> queries;
-    for (const QString& kind : kinds())
-        queries.append({kind + "/state", interface});
-    for (const Answer& answer : context.session.ask(queries)) {
-        if (!answer.document.isEmpty())
-            states.append(answer.document);
-    }
-    if (!context.session.heard())
-        return failUnanswered(context);
-    return states.isEmpty() ? fail(Refused, QString("There is no device '%1'.").arg(interface)) : Done;
-}
-
-/** Shows the document in the broker's store, when nobody can be asked for it. */
-Exit showRetained(Context& context, const QString& topic)
-{
-    Session& session = context.session;
-    session.subscribe({topic});
-    if (!session.wait(context.options.answerMs, [&] { return !session.documents(topic, true).isEmpty(); }))
-        return fail(NoAnswer, QString("The broker has no '%1' in store.").arg(topic));
-    fail(Done,
-         QString("'%1' cannot be asked for: this is the retained document, as old as the last change.")
-             .arg(topic));
-    put(jsonText(session.documents(topic, true).last()));
-    return Done;
-}
-
 } // namespace
 
 const QStringList& documentTopics()
@@ -78,53 +42,61 @@ QJsonObject shown(const Context& context, const QJsonObject& document)
     return context.options.secrets ? document : withoutSecrets(document);
 }
 
-Exit askOverview(Context& context, QJsonObject& overview)
+Exit askOverview(Context& context, QJsonObject& overview, const QString& interface)
 {
     Session& session = context.session;
+    QVector<Query> queries = {{"info"}, {"status"}};
+    for (const QString& kind : kinds())
+        queries.append({kind + "/state", interface});
     QMap<QPair<int, QString>, QJsonObject> devices; // by kind and interface
-    const auto askStates = [&](QVector<Query> queries) {
+    const auto keyOf = [](const QJsonObject& device) {
+        return QPair(kinds().indexOf(kindOf(device)), device["interface"].toString());
+    };
+    const auto ask = [&] {
         const QVector<Answer> answers = session.ask(queries);
         for (const Answer& answer : answers) {
-            const QString interface = answer.document["interface"].toString();
-            if (!interface.isEmpty())
-                devices.insert({kinds().indexOf(kindOf(answer.document)), interface}, answer.document);
+            if (kinds().contains(kindOf(answer.document)))
+                devices.insert(keyOf(answer.document), answer.document);
         }
         return answers;
     };
-    const QVector<Answer> first
-        = askStates({{"info"}, {"status"}, {"ethernet/state"}, {"wifi/state"}, {"modem/state"}});
-    if (!session.heard())
+    const QVector<Answer> first = ask();
+    if (std::none_of(first.begin(), first.end(), [](const Answer& answer) { return answer.came; }))
         return failUnanswered(context);
 
+    queries.clear();
     const QJsonObject status = first.at(1).document;
-    QVector<Query> more;
-    const auto add = [&](const QJsonObject& device) {
-        const int kind = kinds().indexOf(kindOf(device));
-        const QString interface = device["interface"].toString();
-        if (kind >= 0 && !devices.contains({kind, interface}))
-            more.append({kinds().at(kind) + "/state", interface});
-    };
-    for (const QString& kind : kinds()) {
-        for (const QJsonObject& document : session.documents(kind + "/state", true))
-            add(document);
+    QVector<QJsonObject> others = {status["primaryConnection"].toObject()};
+    for (const QString& kind : kinds())
+        others += session.documents(kind + "/state", true);
+    for (const QJsonObject& device : qAsConst(others)) {
+        if (interface.isEmpty() && kinds().contains(kindOf(device)) && !devices.contains(keyOf(device)))
+            queries.append({kindOf(device) + "/state", device["interface"].toString()});
     }
-    add(status["primaryConnection"].toObject());
-    if (!more.isEmpty())
-        askStates(more);
+    if (!queries.isEmpty())
+        ask();
     QJsonArray list;
-    for (const QJsonObject& device : devices)
+    for (const QJsonObject& device : qAsConst(devices))
         list.append(device);
     overview = {{"info", first.first().document}, {"status", status}, {"devices", list}};
-    return Done;
+    return list.isEmpty() && !interface.isEmpty()
+        ? fail(Refused, QString("There is no device '%1'.").arg(interface))
+        : Done;
+}
+
+Exit showStatus(Context& context, QJsonObject& value)
+{
+    return askOverview(context, value);
 }
 
 Exit showDevices(Context& context, QJsonObject& value)
 {
-    QJsonArray states;
-    if (const Exit status = askDevices(context, states))
+    QJsonObject overview;
+    if (const Exit status = askOverview(context, overview, context.options.arguments.value(0)))
         return status;
+    const QJsonArray states = overview["devices"].toArray();
     QVector<Query> queries;
-    for (const QJsonValue& state : qAsConst(states))
+    for (const QJsonValue& state : states)
         queries.append({kindOf(state.toObject()) + "/config", state["interface"].toString()});
     QJsonArray devices;
     for (const Answer& answer : context.session.ask(queries)) {
@@ -133,6 +105,24 @@ Exit showDevices(Context& context, QJsonObject& value)
                                     {"config", config.isEmpty() ? QJsonValue() : config}});
     }
     value = {{"devices", devices}};
+    return Done;
+}
+
+Exit showNetworks(Context& context, QJsonObject& value)
+{
+    QJsonObject overview;
+    if (const Exit status = askOverview(context, overview, context.options.interface))
+        return status;
+    QJsonArray networks;
+    for (const QJsonValue& state : entriesOf(overview["devices"])) {
+        const Query query = {"wifi/networks", state["interface"].toString()};
+        if (kindOf(state.toObject()) != "wifi")
+            continue;
+        for (const QJsonValue& network :
+             networksOf(context.session.ask({query}).first().document, state.toObject()))
+            networks.append(network);
+    }
+    value = {{"networks", networks}};
     return Done;
 }
 
@@ -165,12 +155,22 @@ Exit showUsage(Context& context, QJsonObject& value)
 
 Exit getDocument(Context& context, QJsonObject&)
 {
+    Session& session = context.session;
     const QString topic = context.options.arguments.first();
     if (!documentTopics().contains(topic))
         return fail(Usage, QString("There is no document '%1'.").arg(topic));
-    if (topic == retainedOnly)
-        return showRetained(context, topic);
-    const Answer answer = context.session.ask({{topic, context.options.arguments.value(1)}}).first();
+    if (topic == retainedOnly) {
+        session.subscribe({topic});
+        const auto stored = [&] { return session.documents(topic, true); };
+        if (!session.wait(context.options.answerMs, [&] { return !stored().isEmpty(); }))
+            return fail(NoAnswer, QString("The broker has no '%1' in store.").arg(topic));
+        fail(Done,
+             QString("'%1' cannot be asked for: this is the retained document, as old as the last change.")
+                 .arg(topic));
+        put(jsonText(stored().last()));
+        return Done;
+    }
+    const Answer answer = session.ask({{topic, context.options.arguments.value(1)}}).first();
     if (!answer.error.isEmpty())
         return fail(Refused, answer.error);
     if (!answer.came)

@@ -41,6 +41,8 @@ Cell cellOf(const Column& column, const QJsonObject& row, const Look& look)
     const QString text = textOf(value);
     constexpr int longestBar = 30;
     switch (column.form) {
+    case Form::Size:
+        return {QString::number(value.toDouble(), 'f', 2)};
     case Form::State:
         return {text, toneOf(text)};
     case Form::Mark:
@@ -186,21 +188,23 @@ QString table(const Columns& columns, const QJsonArray& rows, const Look& look)
     constexpr int least = 8; // a shorter name says nothing
     const int gaps = 2 * (static_cast<int>(columns.size()) - 1);
     const int excess = std::max(0, std::accumulate(widths.begin(), widths.end(), gaps) - look.width);
+    for (size_t i = 0; i < columns.size(); ++i) {
+        if (columns[i].form == Form::Name)
+            widths[i] = std::min(widths[i], std::max(least, widths[i] - excess));
+    }
 
     QString result;
     for (const auto& line : grid) {
-        QString text;
         for (size_t i = 0; i < columns.size(); ++i) {
-            const bool isCut = columns[i].form == Form::Name;
-            const int width = isCut ? std::min(widths[i], std::max(least, widths[i] - excess)) : widths[i];
-            const QString shown = cut(line[i].text, width, look);
-            const QString fill(width - displayWidth(shown), ' ');
-            const QString cell = painted(shown, line[i].tone, look);
-            text += (columns[i].form == Form::Number ? fill + cell : cell + fill) + "  ";
+            const bool isRight = columns[i].form == Form::Number || columns[i].form == Form::Size;
+            const QString text = cut(line[i].text, widths[i], look);
+            const QString fill(widths[i] - displayWidth(text), ' ');
+            const QString cell = painted(text, line[i].tone, look);
+            result += (isRight ? fill + cell : cell + fill) + "  ";
         }
-        while (text.endsWith(' '))
-            text.chop(1);
-        result += text + '\n';
+        while (result.endsWith(' '))
+            result.chop(1);
+        result += '\n';
     }
     return result;
 }

@@ -63,6 +63,7 @@ QByteArray jsonText(const QJsonObject& document, QJsonDocument::JsonFormat forma
 enum class Form {
     Text,
     Number, // on the right
+    Size, // a number with two decimals
     Name, // is cut when the table is wider than the terminal
     State, // coloured
     Mark, // asterisk for true

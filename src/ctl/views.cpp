@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "views.h"
 
-#include <QStringList>
+#include <QMap>
+#include <QPair>
 
 #include <algorithm>
 #include <bitset>
+#include <cmath>
 
 namespace Ctl
 {
@@ -44,8 +46,8 @@ const Columns signalColumns = {
 
 const Columns usageColumns = {
     {"MONTH", "month"},
-    {"DOWN MB", "down", Form::Number},
-    {"UP MB", "up", Form::Number},
+    {"DOWN MB", "download", Form::Size},
+    {"UP MB", "upload", Form::Size},
     {"", "share", Form::Share},
 };
 
@@ -79,6 +81,43 @@ const Columns configLines = {
     {"Password", "password"}, {"Network ID", "networkId"},
     {"PIN", "pin"},
 };
+
+struct Band {
+    int firstMhz;
+    int lastMhz;
+    int zeroMhz; // of channel 0
+    const char* name;
+};
+
+constexpr Band bands[] = {
+    {2412, 2472, 2407, "2.4 GHz"},
+    {2484, 2484, 2414, "2.4 GHz"}, // channel 14
+    {5160, 5885, 5000, "5 GHz"},
+    {5955, 7115, 5950, "6 GHz"},
+};
+
+/** @return channel and band of a frequency, null each when it is in no known band */
+QPair<QJsonValue, QJsonValue> channelOf(int mhz)
+{
+    constexpr int spacing = 5; // MHz between channels
+    for (const Band& band : bands) {
+        if (mhz >= band.firstMhz && mhz <= band.lastMhz)
+            return {(mhz - band.zeroMhz) / spacing, band.name};
+    }
+    return {QJsonValue(), QJsonValue()};
+}
+
+double cents(double value)
+{
+    return std::round(value * 100) / 100;
+}
+
+// The service counts in 32 bits and reads them as signed.
+double megabytesOf(const QJsonValue& value)
+{
+    constexpr double wrap = 4294.97;
+    return value.toDouble() < 0 ? value.toDouble() + wrap : value.toDouble();
+}
 
 QString joined(QStringList parts, const char* separator)
 {
@@ -158,6 +197,62 @@ QString deviceText(const QJsonObject& state, QJsonObject config, const Look& loo
 
 } // namespace
 
+QJsonObject withoutSecrets(QJsonObject document)
+{
+    for (const char* name : {"key", "password", "pin"}) {
+        if (!document.value(name).toString().isEmpty())
+            document.insert(name, "******");
+    }
+    return document;
+}
+
+QJsonArray networksOf(const QJsonObject& networks, const QJsonObject& state)
+{
+    QMultiMap<QPair<int, QString>, QJsonObject> sorted; // the strongest first
+    const bool isConnected = textAt(state, "stateStr") == "Connected";
+    for (const QJsonValue& network : entriesOf(networks["networks"])) {
+        const QJsonValue point = network["referenceAP"];
+        const auto [channel, band] = channelOf(point["frequency"].toInt());
+        const QPair rank(-network["signalStrength"].toInt(), network["ssid"].toString());
+        sorted.insert(rank,
+                      {{"interface", networks["interface"]},
+                       {"ssid", network["ssid"]},
+                       {"inUse", isConnected && valueAt(state, "ap.ssid") == network["ssid"]},
+                       {"signal", network["signalStrength"]},
+                       {"security", point["security"].toString("unknown")},
+                       {"channel", channel},
+                       {"band", band},
+                       {"accessPoints", network["accessPoints"].toArray().size()}});
+    }
+    QJsonArray result;
+    for (const QJsonObject& network : sorted)
+        result.append(network);
+    return result;
+}
+
+QJsonObject signalOf(const QJsonObject& state)
+{
+    return {{"interface", state["interface"]},
+            {"signal", state["signal"].toInt()},
+            {"accessTechnologies", state["accessTechnologies"].toArray()},
+            {"operator", valueAt(state, "gsm.operatorName").toString()}};
+}
+
+QJsonObject usageOf(const QJsonObject& stats)
+{
+    QJsonArray months;
+    double download = 0;
+    double upload = 0;
+    for (auto month = stats.begin(); month != stats.end(); ++month) {
+        const double down = megabytesOf(month.value()["download"]);
+        const double up = megabytesOf(month.value()["upload"]);
+        months.append(QJsonObject {{"month", month.key()}, {"download", cents(down)}, {"upload", cents(up)}});
+        download += down;
+        upload += up;
+    }
+    return {{"months", months}, {"download", cents(download)}, {"upload", cents(upload)}};
+}
+
 QString statusText(const QJsonObject& overview, const Look& look)
 {
     const QJsonObject status = overview["status"].toObject();
@@ -197,21 +292,20 @@ QString signalText(const QJsonObject& modems, const Look& look)
 
 QString usageText(const QJsonObject& usage, const Look& look)
 {
-    const auto totalOf
-        = [](const QJsonValue& month) { return month["download"].toDouble() + month["upload"].toDouble(); };
-    const QJsonArray months = usage["months"].toArray();
-    double most = 0;
-    for (const QJsonValue& month : months)
-        most = std::max(most, totalOf(month));
-    QJsonArray rows;
-    const auto add = [&](const QString& label, const QJsonValue& row, double share) {
-        const auto text = [&](const char* member) { return QString::number(row[member].toDouble(), 'f', 2); };
-        rows.append(QJsonObject {
-            {"month", label}, {"down", text("download")}, {"up", text("upload")}, {"share", share}});
-    };
-    for (const QJsonValue& month : months)
-        add(month["month"].toString(), month, most > 0 ? totalOf(month) / most : 0);
-    add("Sum", usage, 0);
+    const auto total
+        = [](const QJsonValue& row) { return row["download"].toDouble() + row["upload"].toDouble(); };
+    QJsonArray rows = usage["months"].toArray();
+    double most = 0.01;
+    for (const QJsonValue& month : qAsConst(rows))
+        most = std::max(most, total(month));
+    rows.append(usage);
+    for (QJsonValueRef row : rows) {
+        QJsonObject shown = row.toObject();
+        shown.insert("share", shown.contains("month") ? total(shown) / most : 0);
+        if (!shown.contains("month"))
+            shown.insert("month", "Sum");
+        row = shown;
+    }
     return table(usageColumns, rows, look);
 }
 

@@ -14,6 +14,30 @@ namespace Ctl
 namespace
 {
 
+using Members = QMap<QString, Difference>; // by path
+
+/** Enters the texts of a document's members as what they change from or to. */
+void flatten(const QJsonValue& value, const QString& path, QString Difference::*side, Members& members)
+{
+    const QJsonObject object = value.toObject();
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const QString name = member.key();
+        const bool isTold = object.contains(name + "Str") // its word is enough
+            || name == "accessPoints" || name == "referenceAP"; // these are in "wifi/aps"
+        if (!isTold)
+            flatten(member.value(), path.isEmpty() ? name : path + '.' + name, side, members);
+    }
+    const bool isList = value[0].isObject();
+    for (const QJsonValue& entry : isList ? entriesOf(value) : QJsonArray()) {
+        const QString name = entry["hardwareAddress"].toString(entry["ssid"].toString());
+        flatten(entry, path + '[' + name + ']', side, members);
+    }
+    if (!value.isObject() && !isList) {
+        members[path].member = printable(path);
+        members[path].*side = textOf(value);
+    }
+}
+
 volatile std::sig_atomic_t interrupted = 0;
 
 QString lineOf(const QString& topic, const QJsonObject& document, const QJsonObject& before, const Look& look)
@@ -36,6 +60,19 @@ QString lineOf(const QString& topic, const QJsonObject& document, const QJsonObj
 }
 
 } // namespace
+
+QVector<Difference> differences(const QJsonObject& before, const QJsonObject& now)
+{
+    Members members;
+    flatten(before, {}, &Difference::from, members);
+    flatten(now, {}, &Difference::to, members);
+    QVector<Difference> result;
+    for (const Difference& member : qAsConst(members)) {
+        if (member.from != member.to)
+            result.append(member);
+    }
+    return result;
+}
 
 Exit watch(Context& context, QJsonObject&)
 {
