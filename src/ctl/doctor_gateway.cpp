@@ -123,7 +123,7 @@ void checkFiles(QJsonArray& checks, const QString& user, const QString& file)
         : folder.group() == user              ? QFile::WriteGroup
                                               : QFile::WriteOther;
     const bool isWritable = !isFrozen && (user == "root" || folder.permission(right));
-    constexpr qint64 leastRoom = 1024 * 1024;
+    constexpr qint64 leastRoom = 1 << 20;
     const QStorageInfo storage(path);
     const bool isFull = storage.bytesTotal() > 0 && storage.bytesAvailable() < leastRoom;
     report(checks, "files",

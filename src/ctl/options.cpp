@@ -24,7 +24,10 @@ QList<QCommandLineOption> knownOptions()
         {{"u", "user"}, "User name for the broker.", "name"},
         {"password-file", "File whose first line is the password for the broker.", "file"},
         {{"b", "base"}, "Base topic (default: vexo/network).", "topic"},
-        {{"f", "config"}, "The service's configuration file.", "file", "/var/lib/lanvoy/lanvoy.conf"},
+        {{"f", "config"},
+         "The service's configuration file (default: /var/lib/lanvoy/lanvoy.conf).",
+         "file",
+         "/var/lib/lanvoy/lanvoy.conf"},
         {{"i", "interface"}, "Device to change, when there are several of its kind.", "name"},
         {"key-file", "File whose first line is the wifi key.", "file"},
         {"replace", "Empty every field that is not named."},
@@ -61,6 +64,7 @@ QString readBroker(const QCommandLineParser& parser, bool hasFile, Options& opti
     const auto stored
         = [&](const char* key, const char* otherwise) { return file.value(key, otherwise).toString(); };
     const auto given = [&](const QString& option, const QString& otherwise) {
+        // LANVOYCTL_HOST, _PORT, _USER, _PASSWORD_FILE, _BASE
         const QByteArray variable = "LANVOYCTL_" + QString(option).replace('-', '_').toUpper().toLatin1();
         const QString value = parser.isSet(option) ? parser.value(option) : qEnvironmentVariable(variable);
         return value.isEmpty() ? otherwise : value;

@@ -4,8 +4,6 @@
 #include "session.h"
 #include "text.h"
 
-#include <algorithm>
-
 namespace Ctl
 {
 
@@ -71,10 +69,12 @@ QString notAsWanted(const Wanted& wanted, const QJsonObject& state)
 /** @return plain words for a reason such as "NoSecretsReason", else the word itself */
 QString reasonText(const QJsonObject& state)
 {
-    const QString word = textAt(state, "reasonStr");
-    const auto* const reason = std::find_if(std::begin(reasons), std::end(reasons),
-                                            [&](const Reason& r) { return word == r.word; });
-    return reason == std::end(reasons) ? word : QString("%1 (%2)").arg(reason->text, word);
+    QString word = textAt(state, "reasonStr");
+    for (const Reason& reason : reasons) {
+        if (word == reason.word)
+            return QString("%1 (%2)").arg(reason.text, word);
+    }
+    return word;
 }
 
 } // namespace

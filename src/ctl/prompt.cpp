@@ -39,7 +39,7 @@ QString askSecret(const QString& name)
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
 
-    const QString line = QTextStream(stdin).readLine();
+    QString line = QTextStream(stdin).readLine();
 
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
     for (const int number : endings)

@@ -72,7 +72,7 @@ Judgement carryOut(Context& context, const Wanted& wanted, Story& story)
         const auto left = context.options.outcomeMs - total.elapsed();
         const int ms = static_cast<int>(std::clamp<qint64>(left, 0, askAgainMs));
         session.wait(ms, [&] { return judge(wanted, story).verdict != Verdict::Waiting; });
-        const Judgement judgement = judge(wanted, story);
+        Judgement judgement = judge(wanted, story);
         const bool isConnected = judgement.verdict == Verdict::Connected;
         if ((judgement.verdict != Verdict::Waiting && !isConnected) || left <= 0 || !session.isOpen())
             return judgement;

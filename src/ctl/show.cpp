@@ -115,11 +115,11 @@ Exit showNetworks(Context& context, QJsonObject& value)
         return status;
     QJsonArray networks;
     for (const QJsonValue& state : entriesOf(overview["devices"])) {
-        const Query query = {"wifi/networks", state["interface"].toString()};
         if (kindOf(state.toObject()) != "wifi")
             continue;
-        for (const QJsonValue& network :
-             networksOf(context.session.ask({query}).first().document, state.toObject()))
+        const Query query = {"wifi/networks", state["interface"].toString()};
+        const QJsonObject found = context.session.ask({query}).first().document;
+        for (const QJsonValue& network : entriesOf(networksOf(found, state.toObject())))
             networks.append(network);
     }
     value = {{"networks", networks}};
@@ -192,7 +192,7 @@ Exit complete(Context& context, QJsonObject&)
                      [&](const QString& topic) { return !session.documents(topic, true).isEmpty(); });
     } else if (what == "networks") {
         const QJsonObject networks = session.ask({{"wifi/networks"}}).first().document;
-        for (const QJsonValue& network : networksOf(networks, {}))
+        for (const QJsonValue& network : entriesOf(networksOf(networks, {})))
             words.append(network["ssid"].toString());
     } else if (what == "devices") {
         QJsonObject overview;

@@ -34,6 +34,7 @@ struct Cell {
     QString text;
     Tone tone = Tone::Plain;
 };
+using Line = std::vector<Cell>;
 
 Cell cellOf(const Column& column, const QJsonObject& row, const Look& look)
 {
@@ -171,7 +172,7 @@ QByteArray jsonText(const QJsonObject& document, QJsonDocument::JsonFormat forma
 
 QString table(const Columns& columns, const QJsonArray& rows, const Look& look)
 {
-    std::vector<std::vector<Cell>> grid(1);
+    std::vector<Line> grid(1);
     for (const Column& column : columns)
         grid[0].push_back({column.title, Tone::Bold});
     for (const QJsonValue& row : rows) {
@@ -181,7 +182,7 @@ QString table(const Columns& columns, const QJsonArray& rows, const Look& look)
     }
 
     std::vector<int> widths(columns.size());
-    for (const auto& line : grid) {
+    for (const Line& line : grid) {
         for (size_t i = 0; i < columns.size(); ++i)
             widths[i] = std::max(widths[i], displayWidth(line[i].text));
     }
@@ -194,13 +195,14 @@ QString table(const Columns& columns, const QJsonArray& rows, const Look& look)
     }
 
     QString result;
-    for (const auto& line : grid) {
+    for (const Line& line : grid) {
         for (size_t i = 0; i < columns.size(); ++i) {
             const bool isRight = columns[i].form == Form::Number || columns[i].form == Form::Size;
-            const QString text = cut(line[i].text, widths[i], look);
+            const Cell& cell = line[i];
+            const QString text = cut(cell.text, widths[i], look);
             const QString fill(widths[i] - displayWidth(text), ' ');
-            const QString cell = painted(text, line[i].tone, look);
-            result += (isRight ? fill + cell : cell + fill) + "  ";
+            const QString shown = painted(text, cell.tone, look);
+            result += (isRight ? fill + shown : shown + fill) + "  ";
         }
         while (result.endsWith(' '))
             result.chop(1);

@@ -143,14 +143,6 @@ QString serversOf(const QJsonObject& ipv4)
     return joined(servers, ", ");
 }
 
-QString reasonOf(const QJsonObject& state)
-{
-    const QString word = textAt(state, "reasonStr");
-    const bool saysNothing
-        = word.compare("unknown", Qt::CaseInsensitive) == 0 || word == "UnknownReason" || word == "NoReason";
-    return saysNothing ? QString() : word;
-}
-
 QString withUnit(const QJsonValue& number, const char* unit)
 {
     return number.isDouble() ? QString("%1 %2").arg(number.toDouble()).arg(unit) : QString();
@@ -159,28 +151,27 @@ QString withUnit(const QJsonValue& number, const char* unit)
 /** @return the state document with what the tables and lines show beside its members */
 QJsonObject rowOf(QJsonObject state)
 {
-    const auto text = [&](const char* path) { return textAt(state, path); };
+    const auto text = [state](const char* path) { return textAt(state, path); };
+    const QStringList noReasons = {"unknown", "Unknown", "UnknownReason", "NoReason"};
+    const QString reason = noReasons.contains(text("reasonStr")) ? QString() : text("reasonStr");
+    const QString mobile = joined({text("gsm.operatorName"), text("accessTechnologies")}, ", ");
     const QJsonObject ipv4 = state["ipv4"].toObject();
     const QJsonObject point = state["ap"].toObject();
-    const QString network = joined({text("gsm.operatorName"), text("accessTechnologies")}, ", ");
+    const QJsonValue bitRate = point["maxBitRate"]; // kbit/s
     // A wifi device has the strength of its access point, a modem its own.
     const QJsonValue strength
         = point["signalStrength"].isDouble() ? point["signalStrength"] : state["signal"];
-    const QJsonValue bitRate = point["maxBitRate"]; // kbit/s
-    const QMap<QString, QJsonValue> more = {
-        {"stateAndReason", joined({text("stateStr"), reasonOf(state)}, ", ")},
-        {"address", addressOf(ipv4)},
-        {"servers", serversOf(ipv4)},
-        {"network", text("ap.ssid").isEmpty() ? network : text("ap.ssid")},
-        {"strength", strength},
-        {"signalPercent", withUnit(strength, "%")},
-        {"frequency", withUnit(point["frequency"], "MHz")},
-        {"bitRate", bitRate.isDouble() ? withUnit(bitRate.toDouble() / 1000, "Mbit/s") : QString()},
-        {"model", joined({text("device.manufacturer"), text("device.model"), text("device.revision")}, " ")},
-        {"operator", joined({text("gsm.operatorName"), text("gsm.operatorCode")}, ", ")},
-    };
-    for (auto member = more.begin(); member != more.end(); ++member)
-        state.insert(member.key(), member.value());
+    state["stateAndReason"] = joined({text("stateStr"), reason}, ", ");
+    state["address"] = addressOf(ipv4);
+    state["servers"] = serversOf(ipv4);
+    state["network"] = text("ap.ssid").isEmpty() ? mobile : text("ap.ssid");
+    state["strength"] = strength;
+    state["signalPercent"] = withUnit(strength, "%");
+    state["frequency"] = withUnit(point["frequency"], "MHz");
+    state["bitRate"] = bitRate.isDouble() ? withUnit(bitRate.toDouble() / 1000, "Mbit/s") : QString();
+    state["model"]
+        = joined({text("device.manufacturer"), text("device.model"), text("device.revision")}, " ");
+    state["operator"] = joined({text("gsm.operatorName"), text("gsm.operatorCode")}, ", ");
     return state;
 }
 
@@ -190,8 +181,8 @@ QString deviceText(const QJsonObject& state, QJsonObject config, const Look& loo
         + QString(" (%1)\n").arg(textAt(state, "typeStr")) + lines(stateLines, rowOf(state));
     if (config.isEmpty())
         return result;
-    config.insert("servers", serversOf(config));
-    config.insert("address", addressOf(config));
+    config["servers"] = serversOf(config);
+    config["address"] = addressOf(config);
     return result + "  Configuration\n" + lines(configLines, config);
 }
 
@@ -294,18 +285,19 @@ QString usageText(const QJsonObject& usage, const Look& look)
 {
     const auto total
         = [](const QJsonValue& row) { return row["download"].toDouble() + row["upload"].toDouble(); };
-    QJsonArray rows = usage["months"].toArray();
-    double most = 0.01;
-    for (const QJsonValue& month : qAsConst(rows))
+    const QJsonArray months = usage["months"].toArray();
+    double most = 0.01; // at the least, in MB
+    for (const QJsonValue& month : months)
         most = std::max(most, total(month));
-    rows.append(usage);
-    for (QJsonValueRef row : rows) {
-        QJsonObject shown = row.toObject();
-        shown.insert("share", shown.contains("month") ? total(shown) / most : 0);
-        if (!shown.contains("month"))
-            shown.insert("month", "Sum");
-        row = shown;
+    QJsonArray rows;
+    for (const QJsonValue& month : months) {
+        QJsonObject row = month.toObject();
+        row["share"] = total(month) / most;
+        rows.append(row);
     }
+    QJsonObject sum = usage;
+    sum["month"] = "Sum";
+    rows.append(sum);
     return table(usageColumns, rows, look);
 }
 
