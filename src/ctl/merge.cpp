@@ -53,7 +53,7 @@ QString splitPrefix(Record& given)
     if (!address.contains('/'))
         return {};
     const int prefix = QHostAddress::parseSubnet(address).second;
-    if (prefix < 1)
+    if (prefix < 1 || prefix > 32) // of IPv6
         return QString("'%1' is no address with prefix length.").arg(address);
     given["address"] = address.section('/', 0, 0);
     given["netmask"] = QHostAddress(static_cast<quint32>(0xffffffffULL << (32 - prefix))).toString();

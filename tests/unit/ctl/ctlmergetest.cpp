@@ -68,6 +68,8 @@ emptyEmpties       | ethernet | FIXED dns0=10.0.0.2 | dns0=         | FIXED     
 nothingChanges     | ethernet | FIXED               | method=manual | FIXED               |
 prefixLength       | ethernet | method=auto | method=manual address=10.0.0.5/8 | FIXED | method address netmask
 badPrefix          | ethernet | method=auto | address=10.0.0.5/33  | !'10.0.0.5/33' is no |
+noPrefix           | ethernet | method=auto | address=10.0.0.5/    | !'10.0.0.5/' is no   |
+ipv6               | ethernet | method=auto | address=fd00::5/64   | !'fd00::5/64' is no  |
 networkKeepsMethod | wifi     | FIXED ssid=Home key=secret-1 | ssid=Cafe key= | FIXED ssid=Cafe | ssid key
 secretsStay        | modem    | apn=a username=u password=p pin=1 | apn=b | apn=b username=u password=p pin=1 | apn
 replaceEmpties     | modem    | method=auto apn=a pin=1 | --replace method=auto apn=b | method=auto apn=b | apn pin
