@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "commands.h"
+
 #include "session.h"
+#include "views.h"
 
 #include <cstdio>
 
@@ -10,33 +12,27 @@ namespace Ctl
 const std::vector<Command>& commands()
 {
     static const std::vector<Command> table = {
-        {"status", "status", "The state of everything (default)", 0, 0, showStatus},
-        {"show", "show [DEVICE]", "All about one device, or about all", 0, 1, showDevices},
-        {"wifi", "wifi", "Wifi networks in range", 0, 64, wifi},
-        {"wifi", "wifi connect SSID", "Connects to a network, whose key is asked for", 0, 2, wifi},
+        {"status", "status", "The state of everything (default)", 0, 0, showStatus, statusText},
+        {"show", "show [DEVICE]", "All about one device, or about all", 0, 1, showDevices, devicesText},
+        {"wifi", "wifi", "Wifi networks in range", 0, 0, showNetworks, networksText},
+        {"wifi connect", "wifi connect SSID [FIELD=VALUE...]", "Connects; the key is asked for", 1, 64,
+         connectWifi, outcomeText},
         {"set", "set ethernet|wifi|modem FIELD=VALUE...", "Changes the named fields; - asks, @FILE reads", 2,
-         64, set},
-        {"signal", "signal", "The modem's signal", 0, 0, showSignal},
-        {"usage", "usage", "The modem's data usage per month", 0, 0, showUsage},
+         64, set, outcomeText},
+        {"signal", "signal", "The modem's signal", 0, 0, showSignal, signalText},
+        {"usage", "usage", "The modem's data usage per month", 0, 0, showUsage, usageText},
         {"watch", "watch [TOPIC...]", "A line for each change, until Ctrl-C", 0, 64, watch},
         {"get", "get TOPIC [DEVICE]", "A document itself", 1, 2, getDocument},
-        {"doctor", "doctor", "Checks the service and what it needs", 0, 0, doctor, false},
+        {"doctor", "doctor", "Checks the service and what it needs", 0, 0, doctor, checksText, false},
         {"complete", "complete devices|networks|topics", "", 1, 1, complete},
     };
     return table;
 }
 
-void put(const QString& text)
+void put(const QByteArray& text)
 {
-    const QByteArray bytes = text.toLocal8Bit();
-    fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
+    fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
     fflush(stdout);
-}
-
-void put(const QJsonObject& document)
-{
-    const QByteArray bytes = jsonText(document);
-    fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stdout);
 }
 
 Exit fail(Exit status, const QString& message)

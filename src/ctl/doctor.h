@@ -3,29 +3,31 @@
 
 #include "commands.h"
 
-#include <QMap>
-
 namespace Ctl
 {
 
-enum class Health { Ok, Warning, Failure };
+constexpr const char* warning = "warning"; // the service works, but not as it should
+constexpr const char* failure = "failure";
 
-/** The finding of one check. */
-struct Check {
-    const char* name;
-    Health health = Health::Ok;
+/** What a check may find. */
+struct Finding {
+    bool applies;
+    const char* result; // warning or failure
     QString text;
-    QString mend; // what to do about it; empty for nothing
+    QString mend = {}; // what to do about it
 };
 
-/** @return whether the service is installed on this machine as a unit of systemd */
-bool isOnGateway();
+/** Adds the findings of a check that apply; when none does, that all is well, unless there is no text for it.
+ */
+void report(QJsonArray& checks, const char* name, const std::vector<Finding>& findings,
+            const QString& wellText = {});
 
 /**
  * Checks what only the gateway itself can tell: unit, bus services, rights, files, NetworkManager's profiles.
+ * Does nothing where the service is not installed as a unit of systemd.
  *
  * @param file  the service's configuration file, readable or not
  */
-QVector<Check> checkGateway(const QString& file);
+void checkGateway(QJsonArray& checks, const QString& file);
 
 } // namespace Ctl

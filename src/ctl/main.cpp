@@ -10,6 +10,7 @@ int main(int argc, char* argv[])
 {
     using namespace Ctl;
     const QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationVersion(LANVOY_VERSION);
     Options options;
     const QString problem = readOptions(QCoreApplication::arguments(), options);
     if (!problem.isEmpty())
@@ -24,10 +25,12 @@ int main(int argc, char* argv[])
 
     Session session(options);
     Context context {options, lookOf(options.noColor), session};
-    if (command->needsBroker) {
-        const QString noSession = session.open();
-        if (!noSession.isEmpty())
-            return fail(NoBroker, noSession);
-    }
-    return command->run(context);
+    const QString noSession = command->needsBroker ? session.open() : QString();
+    if (!noSession.isEmpty())
+        return fail(NoBroker, noSession);
+    QJsonObject value;
+    const Exit status = command->run(context, value);
+    if (!value.isEmpty())
+        put(options.json ? jsonText(value) : command->text(value, context.look).toLocal8Bit());
+    return status;
 }

@@ -14,8 +14,24 @@ namespace Ctl
 namespace
 {
 
-const QVector<Field> ipv4Fields = {{"method", "method"},   {"address", "address"}, {"netmask", "mask"},
-                                   {"gateway", "gateway"}, {"dns0", "dns0"},       {"dns1", "dns1"}};
+constexpr const char* all = "ethernet wifi modem";
+
+constexpr Field fields[] = {
+    {"method", "method", all, Rule::Method, "auto"},
+    {"address", "address", all, Rule::Address},
+    {"netmask", "mask", "ethernet wifi", Rule::Netmask},
+    {"netmask", "netmask", "modem", Rule::Netmask},
+    {"gateway", "gateway", all, Rule::Address},
+    {"dns0", "dns0", all, Rule::Address},
+    {"dns1", "dns1", all, Rule::Address},
+    {"ssid", "ssid", "wifi"},
+    {"key", "key", "wifi", Rule::Secret},
+    {"apn", "apn", "modem", Rule::Any, "internet"},
+    {"username", "username", "modem"},
+    {"password", "password", "modem", Rule::Secret},
+    {"networkId", "network_id", "modem"},
+    {"pin", "pin", "modem", Rule::Secret},
+};
 
 const QStringList methods = {"auto", "manual", "link-local"};
 
@@ -30,38 +46,31 @@ bool isNetmask(const QString& text)
     return isAddress(text) && (holes & (holes + 1)) == 0;
 }
 
-QString netmaskOf(int prefix)
-{
-    return QHostAddress(static_cast<quint32>(0xffffffffULL << (32 - prefix))).toString();
-}
-
 /** Splits an address with prefix length into address and netmask. @return the problem, empty for none */
 QString splitPrefix(Record& given)
 {
-    const QStringList parts = given.value("address").split('/');
-    if (parts.size() == 1)
+    const QString address = given.value("address");
+    if (!address.contains('/'))
         return {};
-    bool isNumber = false;
-    const int prefix = parts.at(1).toInt(&isNumber);
-    if (parts.size() > 2 || !isNumber || prefix < 1 || prefix > 32)
-        return QString("'%1' is no address with prefix length.").arg(given["address"]);
-    given["address"] = parts.first();
-    given["netmask"] = netmaskOf(prefix);
+    const int prefix = QHostAddress::parseSubnet(address).second;
+    if (prefix < 1 || prefix > 32) // of IPv6
+        return QString("'%1' is no address with prefix length.").arg(address);
+    given["address"] = address.section('/', 0, 0);
+    given["netmask"] = QHostAddress(static_cast<quint32>(0xffffffffULL << (32 - prefix))).toString();
     return {};
 }
 
 // The service takes any text, so a slip would be found out only by losing the device.
-QString problemOf(const Record& given)
+QString problemOf(const QString& kind, const Record& given)
 {
-    for (auto field = given.begin(); field != given.end(); ++field) {
-        const QString value = field.value();
-        if (field.key() == "method" && !methods.contains(value))
+    for (const Field& field : fieldsOf(kind)) {
+        const QString value = given.value(field.name);
+        if (field.rule == Rule::Method && given.contains(field.name) && !methods.contains(value))
             return QString("method is one of %1, not '%2'.").arg(methods.join(", "), value);
-        const bool isIpv4 = std::any_of(ipv4Fields.begin() + 1, ipv4Fields.end(),
-                                        [&](const Field& f) { return field.key() == f.name; });
-        if (isIpv4 && !value.isEmpty() && !(field.key() == "netmask" ? isNetmask(value) : isAddress(value)))
-            return QString("%1: '%2' is no IPv4 %3.")
-                .arg(field.key(), value, field.key() == "netmask" ? "netmask" : "address");
+        if (field.rule == Rule::Address && !value.isEmpty() && !isAddress(value))
+            return QString("%1: '%2' is no IPv4 address.").arg(field.name, value);
+        if (field.rule == Rule::Netmask && !value.isEmpty() && !isNetmask(value))
+            return QString("%1: '%2' is no IPv4 netmask.").arg(field.name, value);
     }
     return {};
 }
@@ -93,34 +102,20 @@ QString doubtOf(const QString& kind, const QJsonObject& config, const QJsonObjec
 
 } // namespace
 
-const QVector<Field>& fieldsOf(const QString& kind)
+QVector<Field> fieldsOf(const QString& kind)
 {
-    static const QMap<QString, QVector<Field>> fields
-        = {{"ethernet", ipv4Fields},
-           {"wifi", ipv4Fields + QVector<Field> {{"ssid", "ssid"}, {"key", "key", true}}},
-           {"modem",
-            ipv4Fields
-                + QVector<Field> {{"apn", "apn"},
-                                  {"username", "username"},
-                                  {"password", "password", true},
-                                  {"networkId", "network_id"},
-                                  {"pin", "pin", true}}}};
-    static const QVector<Field> none;
-    const auto found = fields.find(kind);
-    return found == fields.end() ? none : found.value();
+    QVector<Field> result;
+    std::copy_if(std::begin(fields), std::end(fields), std::back_inserter(result),
+                 [&](const Field& field) { return QString(field.kinds).contains(kind); });
+    return result;
 }
 
 Present presentOf(const QString& kind, const QSettings& file)
 {
     Present present;
     const QString group = kind.left(1).toUpper() + kind.mid(1) + '/';
-    for (const Field& field : fieldsOf(kind)) {
-        const bool isModemMask = kind == "modem" && field.key == QLatin1String("mask");
-        const QString key = group + (isModemMask ? "netmask" : field.key);
-        // What the service takes for a key that is missing.
-        const char* const fallback = key.endsWith("/method") ? "auto" : key == "Modem/apn" ? "internet" : "";
-        present.record[field.name] = file.value(key, fallback).toString();
-    }
+    for (const Field& field : fieldsOf(kind))
+        present.record[field.name] = file.value(group + field.key, field.fallback).toString();
     return present;
 }
 
@@ -153,33 +148,36 @@ Merged merge(const QString& kind, const Present& present, const Record& given, b
     Record wanted = given;
     merged.problem = splitPrefix(wanted);
     if (merged.problem.isEmpty())
-        merged.problem = problemOf(wanted);
+        merged.problem = problemOf(kind, wanted);
     if (!merged.problem.isEmpty())
         return merged;
 
     QStringList missing;
     for (const Field& field : fieldsOf(kind)) {
         const QString name = field.name;
-        const bool isKnown = !replace && !present.unknown.contains(name);
-        if (!wanted.contains(name) && !isKnown && !replace)
+        const bool isUnknown = present.unknown.contains(name);
+        const QString before = isUnknown ? QString("?") : present.record.value(name);
+        const QString after = wanted.value(name, replace || isUnknown ? QString() : before);
+        if (isUnknown && !replace && !wanted.contains(name))
             missing.append(name);
-        const QString before = present.unknown.contains(name) ? QString("?") : present.record.value(name);
-        const QString after = wanted.value(name, isKnown ? present.record.value(name) : QString());
         merged.record[name] = after;
+        const auto shown = [&](const QString& value) {
+            const bool isHidden = field.rule == Rule::Secret && !value.isEmpty();
+            return isHidden ? QString("******") : value;
+        };
         if (before != after)
-            merged.changes.append({name, before, after});
+            merged.changes.append(QJsonObject {
+                {"field", name}, {"from", isUnknown ? before : shown(before)}, {"to", shown(after)}});
     }
+    const Record& record = merged.record;
     if (!missing.isEmpty())
-        merged.problem
-            = QString(
-                  "The present configuration is not known: %1. Name %2 too, or use --replace, which empties "
-                  "what is not named.")
-                  .arg(present.doubt, missing.join(", "));
+        merged.problem = QString("The present configuration is not known: %1. Name %2 too, or use --replace, "
+                                 "which empties what is not named.")
+                             .arg(present.doubt, missing.join(", "));
     else if (replace && !wanted.contains("method"))
         merged.problem
             = "With --replace a method is needed: without one the device gets a link-local address.";
-    else if (merged.record["method"] == "manual"
-             && (merged.record["address"].isEmpty() || merged.record["netmask"].isEmpty()))
+    else if (record["method"] == "manual" && (record["address"].isEmpty() || record["netmask"].isEmpty()))
         merged.problem = "Method manual needs an address and a netmask.";
     return merged;
 }

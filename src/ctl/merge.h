@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QMap>
 #include <QSet>
 #include <QString>
-#include <QStringList>
 #include <QVector>
 
 class QSettings;
@@ -13,15 +13,20 @@ class QSettings;
 namespace Ctl
 {
 
+/** What a field takes. */
+enum class Rule { Any, Method, Address, Netmask, Secret };
+
 /** One field of a "set" command. */
 struct Field {
     const char* name;
     const char* key; // in the configuration file
-    bool secret = false;
+    const char* kinds; // of devices that have it
+    Rule rule = Rule::Any;
+    const char* fallback = ""; // what the service takes for a key that is missing
 };
 
-/** @return the fields of a kind of devices, in the order of the documentation; none for an unknown kind */
-const QVector<Field>& fieldsOf(const QString& kind);
+/** @return the fields of a kind of devices, in the order of the documentation */
+QVector<Field> fieldsOf(const QString& kind);
 
 using Record = QMap<QString, QString>; // values by field
 
@@ -47,16 +52,11 @@ Present presentOf(const QString& kind, const QSettings& file);
 Present presentOf(const QString& kind, const QJsonObject& config, const QJsonObject& state,
                   const QJsonObject& status, const QString& ssid = {});
 
-struct Change {
-    QString field;
-    QString from;
-    QString to;
-};
-
 struct Merged {
     QString problem; // why nothing can be sent; empty for none
     Record record; // every field: the command empties those it does not name
-    QVector<Change> changes;
+    QJsonArray
+        changes; // field, from and to: six asterisks for a secret, a question mark when it is not known
 };
 
 /**

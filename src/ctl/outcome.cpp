@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "outcome.h"
 
+#include "session.h"
 #include "text.h"
-
-#include <algorithm>
 
 namespace Ctl
 {
@@ -36,16 +35,13 @@ constexpr Reason reasons[] = {
 };
 
 // Reasons that go with a new connection or with none.
-constexpr const char* harmless[] = {"UnknownReason",           "NoReason",      "unknown",
-                                    "ConnectionAssumedReason", "NewActivation", "SupplicantAvailableReason",
-                                    "ModemAvailable",          "ParentChanged", "ParentManagedChanged"};
+const QStringList harmless = {"UnknownReason",           "NoReason",      "unknown",
+                              "ConnectionAssumedReason", "NewActivation", "SupplicantAvailableReason",
+                              "ModemAvailable",          "ParentChanged", "ParentManagedChanged"};
 
 bool isFailure(const QJsonObject& state)
 {
-    const QString reason = state["reasonStr"].toString();
-    return state["state"].toInt() <= Disconnected
-        && std::none_of(std::begin(harmless), std::end(harmless),
-                        [&](const char* word) { return reason == word; });
+    return state["state"].toInt() <= Disconnected && !harmless.contains(state["reasonStr"].toString());
 }
 
 bool fits(const Wanted& wanted, const QJsonObject& state)
@@ -70,15 +66,32 @@ QString notAsWanted(const Wanted& wanted, const QJsonObject& state)
     return QString("still has the address %1, see the service's log").arg(textAt(state, "ipv4.address"));
 }
 
+/** @return plain words for a reason such as "NoSecretsReason", else the word itself */
+QString reasonText(const QJsonObject& state)
+{
+    QString word = textAt(state, "reasonStr");
+    for (const Reason& reason : reasons) {
+        if (word == reason.word)
+            return QString("%1 (%2)").arg(reason.text, word);
+    }
+    return word;
+}
+
 } // namespace
 
-QString reasonText(const QString& reasonWord)
+bool hear(const Wanted& wanted, const QString& topic, const QJsonObject& document, Story& story)
 {
-    for (const Reason& reason : reasons) {
-        if (reasonWord == reason.word)
-            return QString("%1 (%2)").arg(reason.text, reasonWord);
-    }
-    return reasonWord;
+    story.carriedOut = story.carriedOut || topic == "info";
+    // For a device that is missing the service names the question, not the command.
+    const bool isOurs = document["command"].toString().startsWith(wanted.kind + "/config/");
+    if (topic == "error" && isOurs && mayConcern(document, wanted.interface))
+        story.refusal = document["error"].toString();
+    if (topic != wanted.kind + "/state" || document["interface"] != wanted.interface)
+        return false;
+    const bool isMove = story.states.isEmpty() || story.states.last()["state"] != document["state"];
+    story.settled = story.settled && !isMove;
+    story.states.append(document);
+    return isMove;
 }
 
 Judgement judge(const Wanted& wanted, const Story& story)
@@ -90,7 +103,7 @@ Judgement judge(const Wanted& wanted, const Story& story)
         const int number = state["state"].toInt();
         // The first failure counts: another connection may come up by itself afterwards.
         if (moved && isFailure(state))
-            return {Verdict::Failed, "Failed: " + reasonText(textAt(state, "reasonStr"))};
+            return {Verdict::Failed, "Failed: " + reasonText(state)};
         moved = moved || number == Connecting || number == Disconnecting;
     }
     if (!story.carriedOut || story.states.isEmpty())
@@ -111,7 +124,7 @@ Judgement judge(const Wanted& wanted, const Story& story)
     if (number == Connected && (story.settled || isElsewhere))
         return {Verdict::Failed, "Saved, but " + notAsWanted(wanted, last)};
     if (story.settled && number <= Disconnected)
-        return {Verdict::Failed, "Saved, but not connected: " + reasonText(textAt(last, "reasonStr"))};
+        return {Verdict::Failed, "Saved, but not connected: " + reasonText(last)};
     return {};
 }
 

@@ -12,6 +12,7 @@ namespace Ctl
 /** What a "set" command is to lead to. */
 struct Wanted {
     QString kind;
+    QString interface;
     QMap<QString, QString> record;
     bool changes = false; // anything; without a change the device may stay as it is
 };
@@ -31,10 +32,10 @@ struct Judgement {
     QString text; // for people
 };
 
+/** Adds a message that came since the command was sent. @return whether the device has moved by it */
+bool hear(const Wanted& wanted, const QString& topic, const QJsonObject& document, Story& story);
+
 /** Decides from the documents what has become of a command. */
 Judgement judge(const Wanted& wanted, const Story& story);
-
-/** @return plain words for a reason such as "NoSecretsReason", else the word itself */
-QString reasonText(const QString& reasonWord);
 
 } // namespace Ctl

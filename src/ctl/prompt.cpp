@@ -17,6 +17,8 @@ namespace
 
 termios before; // what the signal handler gives back to the terminal
 
+constexpr int endings[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
 void onSignal(int number)
 {
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
@@ -24,10 +26,27 @@ void onSignal(int number)
     raise(number);
 }
 
-QString readLine()
+QString askSecret(const QString& name)
 {
-    QTextStream in(stdin);
-    return in.readLine();
+    QTextStream(stderr) << name << ": " << Qt::flush;
+    if (tcgetattr(STDIN_FILENO, &before) != 0)
+        return {};
+    // Stopping with Ctrl-Z would leave the terminal to the shell without echo, and come back with it.
+    const auto stop = signal(SIGTSTP, SIG_IGN);
+    for (const int number : endings)
+        signal(number, onSignal);
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+
+    QString line = QTextStream(stdin).readLine();
+
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    for (const int number : endings)
+        signal(number, SIG_DFL);
+    signal(SIGTSTP, stop);
+    QTextStream(stderr) << '\n';
+    return line;
 }
 
 } // namespace
@@ -37,33 +56,10 @@ bool canAsk()
     return isatty(STDIN_FILENO) != 0;
 }
 
-QString askSecret(const QString& question)
-{
-    QTextStream(stderr) << question << Qt::flush;
-    if (tcgetattr(STDIN_FILENO, &before) != 0)
-        return {};
-    // Stopping with Ctrl-Z would leave the terminal to the shell without echo, and come back with it.
-    const auto stop = signal(SIGTSTP, SIG_IGN);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        signal(number, onSignal);
-    termios silent = before;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
-
-    QString line = readLine();
-
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        signal(number, SIG_DFL);
-    signal(SIGTSTP, stop);
-    QTextStream(stderr) << '\n';
-    return line;
-}
-
 bool askConsent(const QString& question)
 {
     QTextStream(stderr) << question << " [y/N] " << Qt::flush;
-    return readLine().trimmed().startsWith(QLatin1Char('y'), Qt::CaseInsensitive);
+    return QTextStream(stdin).readLine().trimmed().startsWith(QLatin1Char('y'), Qt::CaseInsensitive);
 }
 
 QString readFirstLine(const QString& fileName, QString& line)
@@ -72,10 +68,19 @@ QString readFirstLine(const QString& fileName, QString& line)
     if (!file.open(QIODevice::ReadOnly))
         return QString("Cannot read %1: %2.").arg(fileName, file.errorString());
     constexpr int longest = 65536;
-    QByteArray bytes = file.readLine(longest);
-    while (bytes.endsWith('\n') || bytes.endsWith('\r'))
-        bytes.chop(1);
-    line = QString::fromUtf8(bytes);
+    QTextStream in(&file);
+    in.setCodec("UTF-8");
+    line = in.readLine(longest);
+    return {};
+}
+
+QString readSecret(const QString& fileName, const QString& name, const QString& option, QString& secret)
+{
+    if (!fileName.isEmpty())
+        return readFirstLine(fileName, secret);
+    if (!canAsk())
+        return QString("%1: there is no terminal to ask on; use %2.").arg(name, option);
+    secret = askSecret(name);
     return {};
 }
 

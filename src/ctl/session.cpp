@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QJsonDocument>
+#include <QMap>
 #include <QTcpSocket>
 #include <QTimer>
 
@@ -13,6 +14,12 @@
 
 namespace Ctl
 {
+
+bool mayConcern(const QJsonObject& error, const QString& interface)
+{
+    const QString text = error["error"].toString();
+    return !text.startsWith("Invalid device") || text.endsWith(": " + interface);
+}
 
 Session::Session(const Options& options_, QObject* parent)
     : QObject(parent)
@@ -44,18 +51,13 @@ QString Session::explain() const
 {
     if (client.state() == QMqttClient::Connecting)
         return "it does not answer";
-    switch (client.error()) {
-    case QMqttClient::BadUsernameOrPassword:
-        return "user name or password is wrong";
-    case QMqttClient::NotAuthorized:
-        return "not authorised";
-    case QMqttClient::ServerUnavailable:
-        return "it is not available";
-    case QMqttClient::TransportInvalid:
-        break;
-    default:
-        return "it does not speak MQTT 3.1.1";
-    }
+    static const QMap<QMqttClient::ClientError, QString> refusals = {
+        {QMqttClient::BadUsernameOrPassword, "user name or password is wrong"},
+        {QMqttClient::NotAuthorized, "not authorised"},
+        {QMqttClient::ServerUnavailable, "it is not available"},
+    };
+    if (client.error() != QMqttClient::TransportInvalid)
+        return refusals.value(client.error(), "it does not speak MQTT 3.1.1");
     // The client does not say why; the system does, when it is asked once more.
     QTcpSocket socket;
     socket.connectToHost(options.host, options.port);
@@ -75,9 +77,10 @@ void Session::subscribe(const QStringList& topics)
         subscriptions.append(subscription);
         connect(subscription, &QMqttSubscription::messageReceived, this,
                 [this, base](const QMqttMessage& message) {
-                    received.append({message.topic().name().mid(base.size()), message.payload(),
-                                     QJsonDocument::fromJson(message.payload()).object(), message.retain()});
-                    const Message copy = received.last(); // a slot may lead to more of them
+                    const Message copy
+                        = {message.topic().name().mid(base.size()),
+                           QJsonDocument::fromJson(message.payload()).object(), message.retain()};
+                    received.append(copy);
                     Q_EMIT arrived(copy);
                 });
     }
@@ -112,13 +115,13 @@ bool Session::wait(int ms, const std::function<bool()>& condition)
 
 QVector<Answer> Session::ask(const QVector<Query>& queries)
 {
-    QStringList topics = {"error", "info"};
+    const Query last = {"info"};
+    QStringList topics = {"error", last.topic};
     for (const Query& query : queries)
         topics.append(query.topic);
     subscribe(topics);
 
     const int from = received.size();
-    const Query last = {"info", {}};
     for (const Query& query : queries) {
         if (query.topic != last.topic)
             send(query.topic + "/get",
@@ -126,46 +129,42 @@ QVector<Answer> Session::ask(const QVector<Query>& queries)
     }
     send(last.topic + "/get");
 
+    QVector<Answer> answers;
     const auto complete = [&] {
-        return std::all_of(queries.begin(), queries.end(),
-                           [&](const Query& query) { return find(query, from).came; });
+        answers.clear();
+        for (const Query& query : queries)
+            answers.append(find(query, from));
+        return std::all_of(answers.begin(), answers.end(), [](const Answer& answer) { return answer.came; });
     };
     const auto handled = [&] { return find(last, from).came; };
     // A document that the access list keeps from us would never come.
     constexpr int straggleMs = 1000;
-    if (wait(options.answerMs, [&] { return handled() || complete(); }))
+    if (wait(options.answerMs, [&] { return complete() || handled(); }))
         wait(straggleMs, complete);
-    QVector<Answer> answers;
-    for (const Query& query : queries)
-        answers.append(find(query, from));
-    answered = answered || handled()
-        || std::any_of(answers.begin(), answers.end(), [](const Answer& answer) { return answer.came; });
     return answers;
 }
 
 Answer Session::find(const Query& query, int from) const
 {
     for (int i = from; i < received.size(); ++i) {
-        const Message& message = received.at(i);
-        if (message.retained)
-            continue;
-        const QString interface = message.document.value("interface").toString();
-        if (message.topic == query.topic
-            && (query.interface.isEmpty() || interface.isEmpty() || interface == query.interface))
-            return {true, message.document, {}};
-        const QString error = message.document.value("error").toString();
-        if (message.topic == "error" && message.document.value("command").toString() == query.topic + "/get"
-            && (!error.startsWith("Invalid device") || error.endsWith(": " + query.interface)))
-            return {true, {}, error};
+        const auto& [topic, document, retained] = received.at(i);
+        const QString interface = document["interface"].toString();
+        const bool isItsDevice
+            = query.interface.isEmpty() || interface.isEmpty() || interface == query.interface;
+        if (!retained && topic == query.topic && isItsDevice)
+            return {true, document, {}};
+        if (!retained && topic == "error" && document["command"] == query.topic + "/get"
+            && mayConcern(document, query.interface))
+            return {true, {}, document["error"].toString()};
     }
     return {};
 }
 
-QVector<QJsonObject> Session::retained(const QString& topic) const
+QVector<QJsonObject> Session::documents(const QString& topic, bool retained) const
 {
     QVector<QJsonObject> documents;
     for (const Message& message : received) {
-        if (message.retained && message.topic == topic)
+        if (message.retained == retained && message.topic == topic)
             documents.append(message.document);
     }
     return documents;

@@ -17,7 +17,6 @@ namespace Ctl
 /** One message below the base topic. */
 struct Message {
     QString topic; // without the base topic
-    QByteArray payload;
     QJsonObject document; // empty when the payload is none
     bool retained = false; // in the broker's store: may be older than what it describes
 };
@@ -25,7 +24,7 @@ struct Message {
 /** One question to the service: the document's topic, and the device; empty for the first of its kind. */
 struct Query {
     QString topic;
-    QString interface;
+    QString interface = {};
 };
 
 struct Answer {
@@ -33,6 +32,9 @@ struct Answer {
     QJsonObject document;
     QString error; // of the error document that came in its place
 };
+
+/** @return whether an error document may be about a device: one for a device that is missing names it */
+bool mayConcern(const QJsonObject& error, const QString& interface);
 
 /**
  * The session with the broker, and what has been received in it. Each wait runs the event loop until its
@@ -61,10 +63,8 @@ public:
      */
     QVector<Answer> ask(const QVector<Query>& queries);
 
-    /** @return whether the service has answered anything that was asked */
-    bool heard() const { return answered; }
-    /** @return documents of this topic that the broker had in store */
-    QVector<QJsonObject> retained(const QString& topic) const;
+    /** @return documents of this topic that the broker had in store, or those that came after */
+    QVector<QJsonObject> documents(const QString& topic, bool retained) const;
     const QVector<Message>& messages() const { return received; }
 
 Q_SIGNALS:
@@ -77,7 +77,6 @@ private:
     const Options& options;
     QMqttClient client;
     QVector<Message> received;
-    bool answered = false;
 };
 
 } // namespace Ctl

@@ -16,6 +16,8 @@ namespace Ctl
 namespace
 {
 
+constexpr const char* colorCodes[] = {"", "1", "2", "32", "33", "31"}; // by Tone
+
 bool isShown(uint character)
 {
     return QChar::isPrint(character) && QChar::category(character) != QChar::Separator_Line
@@ -28,49 +30,34 @@ int widthOf(uint character)
     return std::abs(wcwidth(static_cast<wchar_t>(character)));
 }
 
-const char* codeOf(Tone tone)
-{
-    switch (tone) {
-    case Tone::Bold:
-        return "1";
-    case Tone::Dim:
-        return "2";
-    case Tone::Good:
-        return "32";
-    case Tone::Busy:
-        return "33";
-    case Tone::Bad:
-        return "31";
-    case Tone::Plain:
-        break;
-    }
-    return "";
-}
+struct Cell {
+    QString text;
+    Tone tone = Tone::Plain;
+};
+using Line = std::vector<Cell>;
 
 Cell cellOf(const Column& column, const QJsonObject& row, const Look& look)
 {
     const QJsonValue value = valueAt(row, column.path);
-    return column.cell == nullptr ? Cell {textOf(value)} : column.cell(value, look);
-}
-
-// The widest text of each column; a flexible one gives what is too much for the terminal.
-std::vector<int> widthsOf(const Columns& columns, const std::vector<std::vector<Cell>>& grid,
-                          const Look& look)
-{
-    std::vector<int> widths;
-    for (size_t i = 0; i < columns.size(); ++i) {
-        widths.push_back(0);
-        for (const auto& line : grid)
-            widths[i] = std::max(widths[i], displayWidth(line[i].text));
+    const QString text = textOf(value);
+    constexpr int longestBar = 30;
+    switch (column.form) {
+    case Form::Size:
+        return {QString::number(value.toDouble(), 'f', 2)};
+    case Form::State:
+        return {text, toneOf(text)};
+    case Form::Mark:
+        return {value.toBool() ? "*" : "", Tone::Good};
+    case Form::Bars: {
+        const int percent = value.toInt();
+        const Tone tone = percent > 55 ? Tone::Good : percent > 30 ? Tone::Busy : Tone::Bad;
+        return {text.isEmpty() ? text : bars(percent, look), tone};
     }
-    constexpr int least = 8; // a shorter name says nothing
-    const int gaps = 2 * (static_cast<int>(columns.size()) - 1);
-    const int excess = std::accumulate(widths.begin(), widths.end(), gaps) - look.width;
-    for (size_t i = 0; i < columns.size() && excess > 0; ++i) {
-        if (columns[i].flexible)
-            widths[i] = std::min(widths[i], std::max(least, widths[i] - excess));
+    case Form::Share:
+        return {QString(qRound(value.toDouble() * longestBar), look.utf8 ? QChar(0x2588) : '*'), Tone::Good};
+    default:
+        return {text};
     }
-    return widths;
 }
 
 } // namespace
@@ -98,10 +85,9 @@ QString printable(const QString& text)
 
 int displayWidth(const QString& text)
 {
-    int width = 0;
-    for (const uint character : text.toUcs4())
-        width += widthOf(character);
-    return width;
+    const auto characters = text.toUcs4();
+    return std::accumulate(characters.begin(), characters.end(), 0,
+                           [](int width, uint character) { return width + widthOf(character); });
 }
 
 QString cut(const QString& text, int columns, const Look& look)
@@ -124,28 +110,32 @@ QString painted(const QString& text, Tone tone, const Look& look)
 {
     if (!look.color || tone == Tone::Plain || text.isEmpty())
         return text;
-    return QString("\033[%1m%2\033[0m").arg(codeOf(tone), text);
+    return QString("\033[%1m%2\033[0m").arg(colorCodes[static_cast<int>(tone)], text);
+}
+
+QString arrow(const Look& look)
+{
+    return look.utf8 ? " → " : " -> ";
+}
+
+Tone toneOf(const QString& stateWord)
+{
+    if (stateWord.startsWith("Connected"))
+        return Tone::Good;
+    return stateWord.endsWith("ing") ? Tone::Busy : Tone::Bad;
 }
 
 QString bars(int percent, const Look& look)
 {
     const int full = percent > 80 ? 4 : percent > 55 ? 3 : percent > 30 ? 2 : percent > 5 ? 1 : 0;
-    if (!look.utf8)
-        return QString(full, '*');
-    return QString("▂▄▆█").left(full) + QString(4 - full, '_');
-}
-
-QString bar(double share, int columns, const Look& look)
-{
-    const int full = static_cast<int>(std::lround(std::clamp(share, 0.0, 1.0) * columns));
-    return QString(full, look.utf8 ? QChar(0x2588) : '*');
+    return look.utf8 ? QString("▂▄▆█").left(full) + QString(4 - full, '_') : QString(full, '*');
 }
 
 QJsonValue valueAt(const QJsonObject& document, const char* path)
 {
     QJsonValue value = document;
-    for (const QString& member : QString(path).split('.', Qt::SkipEmptyParts))
-        value = value.toObject().value(member);
+    for (const QString& member : QString(path).split('.'))
+        value = value[member];
     return value;
 }
 
@@ -170,7 +160,7 @@ QByteArray jsonText(const QJsonObject& document, QJsonDocument::JsonFormat forma
     QString result;
     for (const uint character : QString(QJsonDocument(document).toJson(format).trimmed()).toUcs4()) {
         const QString text = QString::fromUcs4(&character, 1);
-        if (character < 0x7f || isShown(character)) {
+        if (character == '\n' || isShown(character)) {
             result += text;
             continue;
         }
@@ -180,41 +170,53 @@ QByteArray jsonText(const QJsonObject& document, QJsonDocument::JsonFormat forma
     return result.toUtf8() + '\n';
 }
 
-QString table(const Columns& columns, const QVector<QJsonObject>& rows, const Look& look)
+QString table(const Columns& columns, const QJsonArray& rows, const Look& look)
 {
-    std::vector<std::vector<Cell>> grid(1);
+    std::vector<Line> grid(1);
     for (const Column& column : columns)
         grid[0].push_back({column.title, Tone::Bold});
-    for (const QJsonObject& row : rows) {
-        std::vector<Cell> line;
+    for (const QJsonValue& row : rows) {
+        grid.emplace_back();
         for (const Column& column : columns)
-            line.push_back(cellOf(column, row, look));
-        grid.push_back(line);
+            grid.back().push_back(cellOf(column, row.toObject(), look));
     }
 
-    const std::vector<int> widths = widthsOf(columns, grid, look);
+    std::vector<int> widths(columns.size());
+    for (const Line& line : grid) {
+        for (size_t i = 0; i < columns.size(); ++i)
+            widths[i] = std::max(widths[i], displayWidth(line[i].text));
+    }
+    constexpr int least = 8; // a shorter name says nothing
+    const int gaps = 2 * (static_cast<int>(columns.size()) - 1);
+    const int excess = std::max(0, std::accumulate(widths.begin(), widths.end(), gaps) - look.width);
+    for (size_t i = 0; i < columns.size(); ++i) {
+        if (columns[i].form == Form::Name)
+            widths[i] = std::min(widths[i], std::max(least, widths[i] - excess));
+    }
+
     QString result;
-    for (const auto& line : grid) {
-        QString text;
+    for (const Line& line : grid) {
         for (size_t i = 0; i < columns.size(); ++i) {
-            const QString shown = cut(line[i].text, widths[i], look);
-            const QString fill(widths[i] - displayWidth(shown), ' ');
-            const QString cell = painted(shown, line[i].tone, look);
-            text += (columns[i].right ? fill + cell : cell + fill) + "  ";
+            const bool isRight = columns[i].form == Form::Number || columns[i].form == Form::Size;
+            const Cell& cell = line[i];
+            const QString text = cut(cell.text, widths[i], look);
+            const QString fill(widths[i] - displayWidth(text), ' ');
+            const QString shown = painted(text, cell.tone, look);
+            result += (isRight ? fill + shown : shown + fill) + "  ";
         }
-        while (text.endsWith(' '))
-            text.chop(1);
-        result += text + '\n';
+        while (result.endsWith(' '))
+            result.chop(1);
+        result += '\n';
     }
     return result;
 }
 
-QString lines(const Columns& columns, const QJsonObject& row, const Look& look)
+QString lines(const Columns& columns, const QJsonObject& row)
 {
     constexpr int labelWidth = 16;
     QString result;
     for (const Column& column : columns) {
-        const QString text = cellOf(column, row, look).text;
+        const QString text = textAt(row, column.path);
         if (!text.isEmpty())
             result += "  " + QString("%1:").arg(column.title).leftJustified(labelWidth) + text + '\n';
     }

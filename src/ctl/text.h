@@ -5,7 +5,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
-#include <QVector>
 
 #include <vector>
 
@@ -36,11 +35,14 @@ QString cut(const QString& text, int columns, const Look& look);
 
 QString painted(const QString& text, Tone tone, const Look& look);
 
+/** @return an arrow between two blanks */
+QString arrow(const Look& look);
+
+/** @return the tone of a state such as "Connecting" */
+Tone toneOf(const QString& stateWord);
+
 /** @return four characters for 0 to 100 percent */
 QString bars(int percent, const Look& look);
-
-/** @return a bar of at most so many columns for a share of a whole */
-QString bar(double share, int columns, const Look& look);
 
 /** @return the value at a path such as "ipv4.address", undefined when there is none */
 QJsonValue valueAt(const QJsonObject& document, const char* path);
@@ -57,26 +59,30 @@ QString textAt(const QJsonObject& document, const char* path);
 /** @return JSON text that keeps to ASCII where a character is not printable */
 QByteArray jsonText(const QJsonObject& document, QJsonDocument::JsonFormat format = QJsonDocument::Indented);
 
-/** One field of a table. */
-struct Cell {
-    QString text;
-    Tone tone = Tone::Plain;
+/** How a column shows its member. */
+enum class Form {
+    Text,
+    Number, // on the right
+    Size, // a number with two decimals
+    Name, // is cut when the table is wider than the terminal
+    State, // coloured
+    Mark, // asterisk for true
+    Bars, // of a signal in percent
+    Share, // bar for 0 to 1
 };
 
 /** One column of a table, or one labelled line. */
 struct Column {
     const char* title;
-    const char* path; // of the member, "ipv4.address" for one; empty for the whole object
-    Cell (*cell)(const QJsonValue& value, const Look& look) = nullptr; // null: as text
-    bool right = false;
-    bool flexible = false; // is cut when the table is wider than the terminal
+    const char* path; // of the member, such as "ap.ssid"
+    Form form = Form::Text;
 };
 using Columns = std::vector<Column>;
 
 /** @return the table with a line of titles; each line ends with a line feed */
-QString table(const Columns& columns, const QVector<QJsonObject>& rows, const Look& look);
+QString table(const Columns& columns, const QJsonArray& rows, const Look& look);
 
 /** @return a line with label and text for each column that has a text */
-QString lines(const Columns& columns, const QJsonObject& row, const Look& look);
+QString lines(const Columns& columns, const QJsonObject& row);
 
 } // namespace Ctl

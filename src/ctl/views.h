@@ -6,31 +6,23 @@
 namespace Ctl
 {
 
-// What people and programs get to see, as pure functions of the service's documents.
+// What people and programs get to see, as pure functions of the service's documents. A ...Text() shows the
+// JSON value that its command prints for programs.
 
 /** @return the document without its key, password and PIN; six asterisks stand for one that is not empty */
 QJsonObject withoutSecrets(QJsonObject document);
 
-/** @return address and prefix length of an "ipv4" object, such as 192.0.2.17/24; empty without an address */
-QString addressOf(const QJsonObject& ipv4);
-
-Tone toneOf(const QString& stateWord);
-
-/** @param devices  state documents of all kinds */
-QString statusText(const QJsonObject& info, const QJsonObject& status, const QVector<QJsonObject>& devices,
-                   const Look& look);
-
-/** Everything about one device; either document may be empty. */
-QString deviceText(const QJsonObject& state, const QJsonObject& config, const Look& look);
+QString statusText(const QJsonObject& overview, const Look& look);
+QString devicesText(const QJsonObject& devices, const Look& look);
 
 /** One network per entry: interface, inUse, ssid, signal, security, channel, band and number of accessPoints.
  */
-QVector<QJsonObject> networksOf(const QJsonObject& networks, const QJsonObject& state);
-QString networksText(const QVector<QJsonObject>& networks, const Look& look);
+QJsonArray networksOf(const QJsonObject& networks, const QJsonObject& state);
+QString networksText(const QJsonObject& networks, const Look& look);
 
 /** What "modem/state" says of the radio: interface, signal, accessTechnologies, operator. */
 QJsonObject signalOf(const QJsonObject& state);
-QString signalText(const QVector<QJsonObject>& modems, const Look& look);
+QString signalText(const QJsonObject& modems, const Look& look);
 
 /** Months with download and upload in MB, and the sums. */
 QJsonObject usageOf(const QJsonObject& stats);

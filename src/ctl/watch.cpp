@@ -7,7 +7,6 @@
 #include <QTime>
 
 #include <csignal>
-#include <limits>
 
 namespace Ctl
 {
@@ -15,50 +14,69 @@ namespace Ctl
 namespace
 {
 
-volatile std::sig_atomic_t interrupted = 0;
+using Members = QMap<QString, Difference>; // by path
 
-const QStringList watched
-    = {"info",         "status",       "error",      "ethernet/state", "ethernet/config",
-       "wifi/state",   "wifi/config",  "wifi/aps",   "wifi/networks",  "modem/state",
-       "modem/config", "modem/signal", "modem/stats"};
-
-QString valueText(const QString& value)
+/** Enters the texts of a document's members as what they change from or to. */
+void flatten(const QJsonValue& value, const QString& path, QString Difference::*side, Members& members)
 {
-    return value.isEmpty() ? QString("-") : value;
+    const QJsonObject object = value.toObject();
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const QString name = member.key();
+        const bool isTold = object.contains(name + "Str") // its word is enough
+            || name == "accessPoints" || name == "referenceAP"; // these are in "wifi/aps"
+        if (!isTold)
+            flatten(member.value(), path.isEmpty() ? name : path + '.' + name, side, members);
+    }
+    const bool isList = value[0].isObject();
+    for (const QJsonValue& entry : isList ? entriesOf(value) : QJsonArray()) {
+        const QString name = entry["hardwareAddress"].toString(entry["ssid"].toString());
+        flatten(entry, path + '[' + name + ']', side, members);
+    }
+    if (!value.isObject() && !isList) {
+        members[path].member = printable(path);
+        members[path].*side = textOf(value);
+    }
 }
 
-void show(const Context& context, const QString& topic, const QJsonObject& document,
-          const QJsonObject& before)
+volatile std::sig_atomic_t interrupted = 0;
+
+QString lineOf(const QString& topic, const QJsonObject& document, const QJsonObject& before, const Look& look)
 {
-    const QString now = QTime::currentTime().toString("hh:mm:ss");
-    if (context.options.json) {
-        const QByteArray line
-            = jsonText({{"time", now}, {"topic", topic}, {"document", document}}, QJsonDocument::Compact);
-        fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout);
-        fflush(stdout);
-        return;
-    }
-    const QString head = painted(now, Tone::Dim, context.look) + ' '
-        + painted(textAt(document, "interface").leftJustified(9), Tone::Bold, context.look) + ' '
+    const QString head = painted(QTime::currentTime().toString("hh:mm:ss"), Tone::Dim, look) + ' '
+        + painted(textAt(document, "interface").leftJustified(9), Tone::Bold, look) + ' '
         + topic.leftJustified(15) + ' ';
     if (topic == "error") {
-        put(head
-            + painted(textAt(document, "command") + ": " + textAt(document, "error"), Tone::Bad, context.look)
-            + '\n');
-        return;
+        const QString text = textAt(document, "command") + ": " + textAt(document, "error");
+        return head + painted(text, Tone::Bad, look) + '\n';
     }
-    const QString arrow = context.look.utf8 ? " → " : " -> ";
+    const auto shown = [](const QString& value) { return value.isEmpty() ? QString("-") : value; };
+    QString lines;
     for (const Difference& difference : differences(before, document)) {
         const Tone tone = difference.member == "stateStr" ? toneOf(difference.to) : Tone::Plain;
-        put(head + difference.member + ": " + valueText(difference.from) + arrow
-            + painted(valueText(difference.to), tone, context.look) + '\n');
+        lines += head + difference.member + ": " + shown(difference.from) + arrow(look)
+            + painted(shown(difference.to), tone, look) + '\n';
     }
+    return lines;
 }
 
 } // namespace
 
-Exit watch(Context& context)
+QVector<Difference> differences(const QJsonObject& before, const QJsonObject& now)
 {
+    Members members;
+    flatten(before, {}, &Difference::from, members);
+    flatten(now, {}, &Difference::to, members);
+    QVector<Difference> result;
+    for (const Difference& member : qAsConst(members)) {
+        if (member.from != member.to)
+            result.append(member);
+    }
+    return result;
+}
+
+Exit watch(Context& context, QJsonObject&)
+{
+    const QStringList watched = documentTopics() + QStringList {"error"};
     const QStringList topics = context.options.arguments.isEmpty() ? watched : context.options.arguments;
     for (const QString& topic : topics) {
         if (!watched.contains(topic))
@@ -66,14 +84,18 @@ Exit watch(Context& context)
     }
     QMap<QString, QJsonObject> last; // by topic and device
     QObject::connect(&context.session, &Session::arrived, [&](const Message& message) {
-        const QString key = message.topic + ' ' + message.document["interface"].toString();
-        const QJsonObject document
-            = context.options.secrets ? message.document : withoutSecrets(message.document);
-        const QJsonObject before = last.value(key);
-        last[key] = document;
+        const QJsonObject document = shown(context, message.document);
+        QJsonObject& before = last[message.topic + ' ' + document["interface"].toString()];
         // The retained ones are what the first change is measured by.
-        if (!message.retained && (document != before || message.topic == "error"))
-            show(context, message.topic, document, before);
+        const bool isNew = !message.retained && (document != before || message.topic == "error");
+        if (isNew && context.options.json)
+            put(jsonText({{"time", QTime::currentTime().toString("hh:mm:ss")},
+                          {"topic", message.topic},
+                          {"document", document}},
+                         QJsonDocument::Compact));
+        else if (isNew)
+            put(lineOf(message.topic, document, before, context.look).toLocal8Bit());
+        before = document;
     });
     for (const int number : {SIGINT, SIGTERM})
         signal(number, [](int) { interrupted = 1; });

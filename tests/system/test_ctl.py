@@ -254,18 +254,21 @@ def read_until(terminal, text):
     return seen
 
 
+def asked_for_key(world):
+    process, terminal, end, before = on_terminal(world, "wifi", "connect", "Gateway-Home")
+    read_until(terminal, "Key of 'Gateway-Home': ")
+    until(lambda: not termios.tcgetattr(end)[3] & termios.ECHO, "the echo is off")
+    return process, terminal, end, before
+
+
 def test_prompts(gateway_up):
     """A key that is typed is not shown; Ctrl-C there and while waiting leaves the terminal as it was."""
     world = gateway_up
-    process, terminal, end, before = on_terminal(world, "wifi", "connect", "Gateway-Home")
-    read_until(terminal, "Key of 'Gateway-Home': ")
-    until(lambda: not termios.tcgetattr(end)[3] & termios.ECHO, "the echo is off")
+    process, terminal, end, before = asked_for_key(world)
     process.send_signal(signal.SIGINT)
     assert process.wait(30) == -signal.SIGINT and termios.tcgetattr(end) == before
 
-    process, terminal, end, before = on_terminal(world, "wifi", "connect", "Gateway-Home")
-    read_until(terminal, "Key of 'Gateway-Home': ")
-    until(lambda: not termios.tcgetattr(end)[3] & termios.ECHO, "the echo is off")
+    process, terminal, end, before = asked_for_key(world)
     os.write(terminal, b"wrong horse\n")
     text = read_until(terminal, "[y/N] ")
     os.write(terminal, b"y\n")
