@@ -19,7 +19,7 @@ QString askSecret(const QString& question);
 bool askConsent(const QString& question);
 
 /**
- * Reads the first line of a file, without its end of line.
+ * Reads the first line of a file, or the next one of standard input ("-"), without its end of line.
  *
  * @return the problem, empty for none
  */
