@@ -19,7 +19,7 @@ function setAll(node, properties) {
 /** An element; children are nodes or texts, null ones are left out. A property that is a function listens. */
 export function h(tag, properties = {}, ...children) {
     const node = setAll(document.createElement(tag), properties);
-    node.append(...children.flat().filter(child => child !== null));
+    node.append(...children.flat(Infinity).filter(child => child !== null));
     return node;
 }
 

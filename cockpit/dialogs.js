@@ -152,7 +152,10 @@ async function configOf(device) {
 /** Every value goes through standard input: none can be seen by others or be taken for something else. */
 function setCommand(device, isKnown) {
     return shown => {
-        const given = shown.filter(({input, initial}) => !isKnown || input.value.trim() !== initial);
+        // The gateway may keep an old address that it does not show while another method is in force.
+        const isNewlyStatic = shown.some(({field, input, initial}) =>
+            field.name === "method" && input.value === "manual" && initial !== "manual");
+        const given = shown.filter(({input, initial}) => !isKnown || isNewlyStatic || input.value.trim() !== initial);
         const assign = ({field}) => `${field.name}=@-`;
         return given.length === 0 ? null : {args: ["--", "set", kindOf(device), ...given.map(assign)],
             lines: given.map(({field, input}) => (field.secret ? input.value : input.value.trim()))};

@@ -20,6 +20,7 @@ const topics = ["status", "ethernet/state", "wifi/state", "wifi/aps", "wifi/netw
 const againMs = 2000;
 const afterStartMs = 3000; // finds what changed before the stream was up
 const heartbeatMs = 60000; // finds a service or a device that went away without a word
+const answerSeconds = "5"; // most answers take milliseconds
 const longestLog = 200;
 
 const listeners = new Set();
@@ -134,7 +135,7 @@ async function ask() {
         return;
     asking = true;
     clearTimeout(timer);
-    const {status, value, text} = await run(["status"]);
+    const {status, value, text} = await run(["--timeout", answerSeconds, "status"]);
     if (status === 0) {
         gateway.status = value.status;
         gateway.devices = gateway.devices.filter(old => value.devices.some(d => d.interface === old.interface));
@@ -154,7 +155,7 @@ async function ask() {
 }
 
 async function examine(status) {
-    const {value} = await run(["doctor"]);
+    const {value} = await run(["--timeout", answerSeconds, "doctor"]);
     if (status === health)
         gateway.findings = value?.checks.filter(check => check.result === "failure") ?? [];
     changed();
