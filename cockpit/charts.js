@@ -23,6 +23,11 @@ export function h(tag, properties = {}, ...children) {
     return node;
 }
 
+/** Gives the keyboard back to a button that was drawn again. */
+export function focusKept(place, name) {
+    [...place.querySelectorAll("[data-keep]")].find(node => node.dataset.keep === name)?.focus();
+}
+
 function svg(tag, properties, ...children) {
     const node = setAll(document.createElementNS(svgNames, tag), properties);
     node.append(...children);

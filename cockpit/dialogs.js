@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the user changes: join a network, IPv4 of a device, access of a modem. Nothing entered outlives its dialog.
-import {h} from "./charts.js";
+import {focusKept, h} from "./charts.js";
 import {deviceNamed, gateway, kindOf, note, onChange, run} from "./state.js";
 
 export function isAddress(text) {
@@ -138,7 +138,11 @@ function openForm({title, device, entries, extra = [], action, command}) {
         submit.hidden = status === 0;
         (status === 0 ? close : entries[0]?.input ?? submit).focus();
     });
-    dialog.addEventListener("close", () => dialog.remove());
+    const opener = document.activeElement?.dataset.keep;
+    dialog.addEventListener("close", () => {
+        dialog.remove();
+        focusKept(document, opener);
+    });
     document.body.append(dialog);
     dialog.showModal();
     (entries[0]?.input ?? submit).focus();

@@ -93,6 +93,16 @@ function takeDevice(device, time) {
         addStrength(device.interface, strengthOf(device));
 }
 
+/** Leaves the given devices, in their order. */
+function takeAway(left) {
+    for (const {interface: name} of gateway.devices.filter(d => !left.some(other => other.interface === d.interface))) {
+        gateway.strengths.delete(name);
+        gateway.networks.delete(name);
+        note(name, "removed");
+    }
+    gateway.devices = left;
+}
+
 const handlers = {
     "status": status => { gateway.status = status; },
     "ethernet/state": takeDevice,
@@ -138,12 +148,14 @@ async function ask() {
     const {status, value, text} = await run(["--timeout", answerSeconds, "status"]);
     if (status === 0) {
         gateway.status = value.status;
-        gateway.devices = gateway.devices.filter(old => value.devices.some(d => d.interface === old.interface));
         value.devices.forEach(device => takeDevice(device));
+        takeAway(value.devices);
         gateway.loaded = true;
     }
     gateway.problem = status === 0 ? "" : text;
     const isNew = status !== health;
+    if (isNew)
+        gateway.findings = [];
     health = status;
     changed();
     if (isNew && status === 0)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The page: what is known, drawn again whenever it changes.
-import {bars, h, signalChart, usageChart} from "./charts.js";
+import {bars, focusKept, h, signalChart, usageChart} from "./charts.js";
 import {openAddress, openJoin, openModem} from "./dialogs.js";
 import {follow, gateway, kindOf, onChange, strengthOf} from "./state.js";
 
@@ -43,10 +43,18 @@ function paint(id, ...nodes) {
     const kept = place.contains(document.activeElement) ? document.activeElement.dataset.keep : undefined;
     place.replaceChildren(...fresh.childNodes);
     if (kept !== undefined)
-        [...place.querySelectorAll("[data-keep]")].find(node => node.dataset.keep === kept)?.focus();
+        focusKept(place, kept);
 }
 
-function button(text, label, click) {
+let isOpening = false; // a dialog first asks the gateway
+
+function button(text, label, open) {
+    const click = async () => {
+        if (isOpening)
+            return;
+        isOpening = true;
+        await open().finally(() => { isOpening = false; });
+    };
     return h("button", {"type": "button", "data-keep": label, "aria-label": label, click}, text);
 }
 
@@ -106,7 +114,7 @@ function summary() {
         return [h("p", {}, gateway.problem ? "Nothing is known about the gateway." : "Asking the gateway …")];
     const place = primary && [primary.interface, cidr(primary.ipv4)].filter(Boolean).join(", ");
     return [h("p", {}, h("strong", {}, hostname), " ", stateBadge(stateStr),
-        ` connectivity ${spaced(connectivityStr.replace("Connectivity", ""))}, `,
+        ` · connectivity ${spaced(connectivityStr.replace("Connectivity", ""))} · `,
         primary ? `primary connection ${primary.connectionName} (${place})` : "no primary connection")];
 }
 
