@@ -119,13 +119,13 @@ function summary() {
 }
 
 function banner() {
-    const advice = gateway.findings.map(({text, mend}) => h("li", {}, text, mend ? h("span", {}, ` ${mend}`) : null));
-    if (!gateway.problem && advice.length === 0)
+    const {problem, findings, loaded} = gateway;
+    const advice = problem && findings.length === 0 ? [{text: problem.replace(/^lanvoyctl: /, "")}] : findings;
+    if (advice.length === 0)
         return [];
-    return [h("div", {class: "banner"},
-        h("strong", {}, gateway.problem || "The gateway's network is not looked after as it should be."),
-        gateway.problem && gateway.loaded ? " What is below may be out of date." : "",
-        advice.length > 0 ? h("ul", {}, advice) : null)];
+    const effect = loaded ? "No news from the gateway; what is below may be out of date." : "The gateway does not answer.";
+    return [h("div", {class: "banner"}, h("strong", {}, problem ? effect : "Something needs to be mended."),
+        h("ul", {}, advice.map(({text, mend}) => h("li", {}, text, mend ? h("span", {}, ` ${mend}`) : null))))];
 }
 
 let lastLogged = null;

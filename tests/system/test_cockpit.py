@@ -58,7 +58,8 @@ class Page:
 
     def wait(self, selector, *words):
         until(lambda: all(word in self.text(selector) for word in words),
-              lambda: f"{words} in {selector}: {self.text(selector)!r}; {self.text('body')!r}")
+              lambda: f"{words} in {selector}: {self.text(selector)!r}; {self.text('body')!r};"
+              f" {(self.world.folder / 'cockpit.log').read_text()}")
 
     def press(self, label):
         """Presses a button by the name that a screen reader says."""
@@ -279,7 +280,9 @@ def test_pictures(page):
     sim.set_carrier("eth0", True)
     page.wait("#log li", "eth0", "→ Connected")
     page.picture("wide", 1920)
-    page.picture("middle", 1180)
+    sim.remove_access_point(EVIL)
+    until(lambda: EVIL not in page.text("#networks"), "it is gone")
+    page.picture("middle", 1180)  # that of the README
     page.picture("dark", 1280, scheme="dark")
     page.picture("narrow", 360)
     page.open("IPv4 of eth0")
