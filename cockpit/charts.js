@@ -97,7 +97,8 @@ export function usageChart() {
         svg("rect", {class: "download", width: 100 * download / most, height: 8}),
         svg("rect", {class: "upload", x: 100 * download / most, width: 100 * upload / most, height: 8}));
     return [h("table", {},
-        h("thead", {}, h("tr", {}, ["Month", "Down", "Up"].map(name => h("th", {scope: "col"}, name)),
+        h("thead", {}, h("tr", {}, [["Month"], ["Down", "series0"], ["Up", "series1"]].map(([name, color]) =>
+            h("th", {scope: "col", class: color}, name)),
             h("td", {}))),
         h("tbody", {}, months.map(m => h("tr", {}, h("th", {scope: "row"}, m.month),
             h("td", {}, amount(m.download)), h("td", {}, amount(m.upload)), h("td", {class: "wide"}, bar(m))))))];
