@@ -50,8 +50,8 @@ function entryFor(field, config, device) {
     const initial = field.secret ? "" : config?.[field.name] ?? "";
     const id = `field-${field.name}`;
     const entry = {field, initial: initial === "0.0.0.0" ? "" : initial};
-    const properties = {id, "name": field.name, "autocomplete": "off", "aria-describedby": `${id}-error`,
-        "spellcheck": "false", "autocapitalize": "off"};
+    const properties = {id, "name": field.name, "autocomplete": field.secret ? "new-password" : "off",
+        "aria-describedby": `${id}-error`, "spellcheck": "false", "autocapitalize": "off"};
     entry.input = field.choices
         ? h("select", properties, field.choices.map(([value, text]) => h("option", {value}, text)))
         : h("input", {...properties, type: field.secret ? "password" : "text"});

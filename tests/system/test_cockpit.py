@@ -17,6 +17,7 @@ if not all(needed) or not os.path.exists("/usr/lib/cockpit/cockpit-ws"):
 webdriver = pytest.importorskip("selenium.webdriver", reason="needs python3-selenium")
 from selenium.webdriver.common.by import By  # noqa: E402
 from selenium.webdriver.support.select import Select  # noqa: E402
+from sim.stack import free_port  # noqa: E402
 
 CTL = pathlib.Path(os.environ.get("LANVOYCTL_BINARY", ROOT / "build/debug/src/ctl/lanvoyctl")).resolve()
 PICTURES = ROOT / "build/cockpit"
@@ -121,9 +122,7 @@ def page(world, browser):
     world.client.wait("modem/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"])
     world.client.wait("ethernet/state", lambda d: d["stateStr"] == "Connected" and d["ipv4"])
     shutil.copytree(ROOT / "cockpit", world.folder / "share/cockpit/lanvoy")
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
+    port = free_port()
     log = open(world.folder / "cockpit.log", "wb")
     world.spawn(["/usr/lib/cockpit/cockpit-ws", "--no-tls", "--address", "127.0.0.1", "--port", str(port),
                  "--local-session=/usr/bin/cockpit-bridge"], stdout=log, stderr=log, stdin=subprocess.DEVNULL, env={
@@ -235,12 +234,9 @@ def test_warns_of_the_own_connection(page):
     """The browser of this test reaches the page over loopback, so the rule is asked itself."""
     over = page.browser.execute_async_script("""
         const [path, done] = arguments;
-        const {reachedOver} = await import(path);
         const device = {interface: "eth0", ipv4: {address: "192.0.2.17"}};
-        const status = {primaryConnection: {interface: "eth0"}};
-        done(["192.0.2.17", "gateway.example", "127.0.0.1", "10.64.64.2"].map(h => reachedOver(device, h, status)));
-        """.replace("const [path", "(async ([path").replace("] = arguments;", "]) => {") + "})(arguments);",
-        page.address.replace("index.html", "dialogs.js"))
+        import(path).then(({reachedOver}) => done(["192.0.2.17", "gateway.example", "127.0.0.1", "10.64.64.2"].map(host =>
+            reachedOver(device, host, {primaryConnection: device}))));""", page.address.replace("index.html", "dialogs.js"))
     assert over == ["yes", "perhaps", "", ""]
 
 
