@@ -140,30 +140,44 @@ let asking = false;
 let health = null; // exit status of the last question
 let timer = 0;
 
+/** Takes an answer, except where the stream has been faster: the answer may be older than that. */
+function takeAnswer(answer, before) {
+    const isNewer = document => document !== undefined && !before.includes(document);
+    const devices = answer.devices.map(device => [deviceNamed(device.interface)].find(isNewer) ?? device);
+    if (!isNewer(gateway.status))
+        gateway.status = answer.status;
+    devices.forEach(device => takeDevice(device));
+    takeAway(devices);
+    gateway.loaded = true;
+}
+
 async function ask() {
     if (asking)
         return;
     asking = true;
     clearTimeout(timer);
-    const {status, value, text} = await run(["--timeout", answerSeconds, "status"]);
-    if (status === 0) {
-        gateway.status = value.status;
-        value.devices.forEach(device => takeDevice(device));
-        takeAway(value.devices);
-        gateway.loaded = true;
+    let pauseMs = againMs;
+    try {
+        const before = [gateway.status, ...gateway.devices];
+        const {status, value, text} = await run(["--timeout", answerSeconds, "status"]);
+        const isNew = status !== health;
+        if (status === 0)
+            takeAnswer(value, before);
+        if (isNew)
+            gateway.findings = [];
+        gateway.problem = status === 0 ? "" : text;
+        health = status;
+        changed();
+        if (isNew && status === 0)
+            await loadMore();
+        if (isNew)
+            await examine(status);
+        if (status === 0)
+            pauseMs = isNew ? afterStartMs : heartbeatMs;
+    } finally {
+        asking = false;
+        timer = setTimeout(ask, pauseMs);
     }
-    gateway.problem = status === 0 ? "" : text;
-    const isNew = status !== health;
-    if (isNew)
-        gateway.findings = [];
-    health = status;
-    changed();
-    if (isNew && status === 0)
-        await loadMore();
-    if (isNew)
-        await examine(status);
-    asking = false;
-    timer = setTimeout(ask, status !== 0 ? againMs : isNew ? afterStartMs : heartbeatMs);
 }
 
 async function examine(status) {
