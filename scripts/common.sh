@@ -9,6 +9,7 @@ build_packages=(g++ cmake ninja-build pkg-config qtbase5-dev libkf5networkmanage
 run_packages=(dbus gir1.2-nm-1.0 mosquitto mosquitto-clients python3 python3-dbus python3-gi python3-paho-mqtt)
 test_packages=(clang-format python3-yaml python3-pytest python3-pytest-timeout python3-jsonschema network-manager iproute2
     nats-server openssl)
+browser_packages=(chromium chromium-driver python3-selenium cockpit-ws cockpit-bridge) # for the page in Cockpit
 lint_packages=(clang-tidy cppcheck)
 fuzz_packages=(clang libclang-rt-dev)
 

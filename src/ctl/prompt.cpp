@@ -65,7 +65,10 @@ bool askConsent(const QString& question)
 QString readFirstLine(const QString& fileName, QString& line)
 {
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly))
+    // Unbuffered: the next field may be the next line of standard input.
+    const bool isOpen = fileName == "-" ? file.open(stdin, QIODevice::ReadOnly | QIODevice::Unbuffered)
+                                        : file.open(QIODevice::ReadOnly);
+    if (!isOpen)
         return QString("Cannot read %1: %2.").arg(fileName, file.errorString());
     constexpr int longest = 65536;
     QTextStream in(&file);

@@ -13,7 +13,7 @@ bool canAsk();
 bool askConsent(const QString& question);
 
 /**
- * Reads the first line of a file, without its end of line.
+ * Reads the first line of a file, or the next one of standard input ("-"), without its end of line.
  *
  * @return the problem, empty for none
  */

@@ -32,7 +32,8 @@ def ctl(world, *arguments, **popen):
     """Runs the tool to its end, without the service's file unless that is given."""
     command = [CTL, "-p", str(world.port), "--timeout", "60", *arguments]
     popen.setdefault("env", ENVIRONMENT)
-    return subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=90, **popen)
+    popen.setdefault("stdin", subprocess.DEVNULL)
+    return subprocess.run(command, capture_output=True, text=True, timeout=90, **popen)
 
 
 def checked(name, text):
@@ -109,6 +110,12 @@ def test_set_keeps_what_it_does_not_name(gateway_up):
     world.client.settle()
     assert ctl(world, "-y", "-f", file, "set", "ethernet", "method=manual").returncode == 0
     assert world.client.ask("ethernet/config/get")["address"] == "10.0.0.5"
+    # Standard input has a line for each field that asks for one.
+    (world.folder / "lines").write_text("päss word\n8642\n")
+    with open(world.folder / "lines") as lines:
+        assert ctl(world, "-y", "set", "modem", "password=@-", "pin=@-", stdin=lines).returncode == 0
+    config = world.client.ask("modem/config/get")
+    assert (config["apn"], config["password"], config["pin"]) == ("m2m.example", "päss word", "8642")
 
 
 FAILURES = [
