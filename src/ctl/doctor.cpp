@@ -4,7 +4,6 @@
 #include "session.h"
 
 #include <QElapsedTimer>
-#include <QMap>
 #include <QRandomGenerator>
 
 #include <algorithm>
@@ -16,13 +15,14 @@ namespace
 {
 
 struct Mark {
+    const char* result;
     const char* sign;
     const char* plainSign; // where the locale is not UTF-8
     Tone tone;
 };
 
-const QMap<QString, Mark> marks
-    = {{"ok", {"✓", "+", Tone::Good}}, {warning, {"!", "!", Tone::Busy}}, {failure, {"✗", "x", Tone::Bad}}};
+constexpr Mark marks[]
+    = {{"ok", "✓", "+", Tone::Good}, {warning, "!", "!", Tone::Busy}, {failure, "✗", "x", Tone::Bad}};
 
 /** Counts the services by a question that only we ask; each says that it has no such device, in its log too.
  */
@@ -160,7 +160,8 @@ QString checksText(const QJsonObject& checks, const Look& look)
 {
     QString text;
     for (const QJsonValue& check : entriesOf(checks["checks"])) {
-        const Mark mark = marks[check["result"].toString()];
+        const Mark& mark = *std::find_if(std::begin(marks), std::end(marks),
+                                         [&](const Mark& one) { return check["result"] == one.result; });
         text += painted(look.utf8 ? mark.sign : mark.plainSign, mark.tone, look) + ' '
             + check["name"].toString().leftJustified(9) + textOf(check["text"]) + '\n';
         const QString mend = textOf(check["mend"]);

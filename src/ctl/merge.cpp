@@ -33,7 +33,12 @@ constexpr Field fields[] = {
     {"pin", "pin", "modem", Rule::Secret},
 };
 
-const QStringList methods = {"auto", "manual", "link-local"};
+constexpr const char* methods[] = {"auto", "manual", "link-local"};
+
+bool isMethod(const QString& word)
+{
+    return std::find(std::begin(methods), std::end(methods), word) != std::end(methods);
+}
 
 bool isAddress(const QString& text)
 {
@@ -65,8 +70,8 @@ QString problemOf(const QString& kind, const Record& given)
 {
     for (const Field& field : fieldsOf(kind)) {
         const QString value = given.value(field.name);
-        if (field.rule == Rule::Method && given.contains(field.name) && !methods.contains(value))
-            return QString("method is one of %1, not '%2'.").arg(methods.join(", "), value);
+        if (field.rule == Rule::Method && given.contains(field.name) && !isMethod(value))
+            return QString("method is one of auto, manual, link-local, not '%1'.").arg(value);
         if (field.rule == Rule::Address && !value.isEmpty() && !isAddress(value))
             return QString("%1: '%2' is no IPv4 address.").arg(field.name, value);
         if (field.rule == Rule::Netmask && !value.isEmpty() && !isNetmask(value))
@@ -80,7 +85,7 @@ QString doubtOf(const QString& kind, const QJsonObject& config, const QJsonObjec
                 const QJsonObject& status, const QString& wantedSsid)
 {
     const QString method = config["method"].toString();
-    if (!methods.contains(method))
+    if (!isMethod(method))
         return QString("NetworkManager shows no profile that the service could have made (method %1)")
             .arg(method);
     const QJsonObject primary = status["primaryConnection"].toObject();

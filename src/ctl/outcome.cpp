@@ -4,6 +4,8 @@
 #include "session.h"
 #include "text.h"
 
+#include <algorithm>
+
 namespace Ctl
 {
 
@@ -35,13 +37,14 @@ constexpr Reason reasons[] = {
 };
 
 // Reasons that go with a new connection or with none.
-const QStringList harmless = {"UnknownReason",           "NoReason",      "unknown",
-                              "ConnectionAssumedReason", "NewActivation", "SupplicantAvailableReason",
-                              "ModemAvailable",          "ParentChanged", "ParentManagedChanged"};
+constexpr const char* harmless[] = {"UnknownReason",           "NoReason",      "unknown",
+                                    "ConnectionAssumedReason", "NewActivation", "SupplicantAvailableReason",
+                                    "ModemAvailable",          "ParentChanged", "ParentManagedChanged"};
 
 bool isFailure(const QJsonObject& state)
 {
-    return state["state"].toInt() <= Disconnected && !harmless.contains(state["reasonStr"].toString());
+    return state["state"].toInt() <= Disconnected
+        && std::count(std::begin(harmless), std::end(harmless), state["reasonStr"].toString()) == 0;
 }
 
 bool fits(const Wanted& wanted, const QJsonObject& state)

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cwchar>
 #include <numeric>
+#include <vector>
 
 #include <langinfo.h>
 #include <sys/ioctl.h>
@@ -190,14 +191,15 @@ QString table(const Columns& columns, const QJsonArray& rows, const Look& look)
     const int gaps = 2 * (static_cast<int>(columns.size()) - 1);
     const int excess = std::max(0, std::accumulate(widths.begin(), widths.end(), gaps) - look.width);
     for (size_t i = 0; i < columns.size(); ++i) {
-        if (columns[i].form == Form::Name)
+        if (columns.begin()[i].form == Form::Name)
             widths[i] = std::min(widths[i], std::max(least, widths[i] - excess));
     }
 
     QString result;
     for (const Line& line : grid) {
         for (size_t i = 0; i < columns.size(); ++i) {
-            const bool isRight = columns[i].form == Form::Number || columns[i].form == Form::Size;
+            const Form form = columns.begin()[i].form;
+            const bool isRight = form == Form::Number || form == Form::Size;
             const Cell& cell = line[i];
             const QString text = cut(cell.text, widths[i], look);
             const QString fill(widths[i] - displayWidth(text), ' ');

@@ -6,7 +6,7 @@
 #include <QJsonObject>
 #include <QString>
 
-#include <vector>
+#include <initializer_list>
 
 namespace Ctl
 {
@@ -77,7 +77,7 @@ struct Column {
     const char* path; // of the member, such as "ap.ssid"
     Form form = Form::Text;
 };
-using Columns = std::vector<Column>;
+using Columns = std::initializer_list<Column>;
 
 /** @return the table with a line of titles; each line ends with a line feed */
 QString table(const Columns& columns, const QJsonArray& rows, const Look& look);

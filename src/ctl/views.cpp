@@ -14,7 +14,7 @@ namespace Ctl
 namespace
 {
 
-const Columns statusColumns = {
+constexpr Columns statusColumns = {
     {"DEVICE", "interface"},
     {"KIND", "typeStr"},
     {"STATE", "stateStr", Form::State},
@@ -24,7 +24,7 @@ const Columns statusColumns = {
     {"%", "strength", Form::Number},
 };
 
-const Columns networkColumns = {
+constexpr Columns networkColumns = {
     {"", "inUse", Form::Mark},
     {"SSID", "ssid", Form::Name},
     {"%", "signal", Form::Number},
@@ -36,7 +36,7 @@ const Columns networkColumns = {
     {"DEVICE", "interface"},
 };
 
-const Columns signalColumns = {
+constexpr Columns signalColumns = {
     {"DEVICE", "interface"},
     {"%", "signal", Form::Number},
     {"BARS", "signal", Form::Bars},
@@ -44,14 +44,14 @@ const Columns signalColumns = {
     {"OPERATOR", "operator", Form::Name},
 };
 
-const Columns usageColumns = {
+constexpr Columns usageColumns = {
     {"MONTH", "month"},
     {"DOWN MB", "download", Form::Size},
     {"UP MB", "upload", Form::Size},
     {"", "share", Form::Share},
 };
 
-const Columns stateLines = {
+constexpr Columns stateLines = {
     {"State", "stateAndReason"},
     {"MAC address", "mac"},
     {"Address", "address"},
@@ -73,7 +73,7 @@ const Columns stateLines = {
     {"Signal", "signalPercent"},
 };
 
-const Columns configLines = {
+constexpr Columns configLines = {
     {"Method", "method"},     {"Address", "address"},
     {"Gateway", "gateway"},   {"Name servers", "servers"},
     {"Network", "ssid"},      {"Key", "key"},
