@@ -39,10 +39,12 @@ class Chaos:
         planned = 0
         while planned < seconds:
             (_, name, *choices), = self.random.choices(TABLE["steps"], [step[0] for step in TABLE["steps"]])
+            named = choices.pop() if choices and isinstance(choices[-1], dict) else {}
             arguments = [self.random.choice(choice) for choice in choices]
-            self.steps.append(f"{name} {arguments}")
+            named = {key: self.random.choice(choice) for key, choice in named.items()}
+            self.steps.append(f"{name} {arguments} {named}")
             try:
-                (getattr(self, name, None) or getattr(self.sim, name))(*arguments)
+                (getattr(self, name, None) or getattr(self.sim, name))(*arguments, **named)
             except dbus.DBusException as error:  # it acts on what another step has taken away
                 self.steps[-1] += f" ({error.get_dbus_name().rpartition('.')[2]})"
             pause = self.random.choice((0, 0, 0, 0.02, 0.1, 0.3))
@@ -77,23 +79,16 @@ class Chaos:
         self.sim.restart("nm", 50)
         self.sim.clear_faults()  # or another request would hold things up for 25 seconds
 
-    def plug(self, interface):
-        kind, options = TABLE["extra devices"][interface]
-        self.sim.add_device(kind, **options)
-
     def storm(self):
         for _ in range(30):
             self.sim.set_device_state("br0", self.random.choice((20, 30, 40, 70, 100, 120)))
-
-    def appear(self, ssid):
-        self.sim.add_access_point("wlan0", ssid=ssid, security="none" if ssid == "Cafe" else "wpa2")
 
     def clear(self):
         for act in ("start", "SIGCONT"):
             self.broker(act)
         self.sim.clear_faults()
         until(lambda: {d["interface"] for d in self.sim.devices()} >= set(DEVICES.values()), "all devices")
-        for interface in {d["interface"] for d in self.sim.devices()} & set(TABLE["extra devices"]):
+        for interface in {d["interface"] for d in self.sim.devices()} & {"eth1", "wlan1", "cdc-wdm1"}:
             self.sim.remove_device(interface)
         for interface in DEVICES.values():
             self.sim.set_managed(interface, True)

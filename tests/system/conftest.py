@@ -194,6 +194,7 @@ class World(Stack):
                     if answer != last.get((topic, name)):
                         wrong.append((topic, name, last.get((topic, name)), answer))
         return wrong
+
     def connected(self, **settings):
         """Starts the service and waits until all devices are connected and have an address."""
         self.run({"Wifi/ssid": "Gateway-Home", "Wifi/key": "correct horse", **settings})

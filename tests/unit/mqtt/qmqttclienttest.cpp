@@ -91,31 +91,28 @@ private Q_SLOTS:
         }
     }
 
-    void sessionEndsWithinTheCall_data()
-    {
-        QTest::addColumn<QString>("host");
-        QTest::addColumn<bool>("answered");
-        QTest::addColumn<QString>("reached"); // when the session is ended
-        QTest::newRow("lookup") << "localhost" << true << "s1";
-        QTest::newRow("start") << "127.0.0.1" << true << "s1";
-        QTest::newRow("connecting") << "127.0.0.1" << false << "s1";
-        QTest::newRow("connected") << "127.0.0.1" << true << "s1 s2 up";
-    }
-
     void sessionEndsWithinTheCall()
     {
-        QFETCH(QString, host);
-        QFETCH(bool, answered);
-        QFETCH(QString, reached);
-        for (const bool byClose : {true, false}) { // of the transport, else by disconnectFromHost()
+        const struct {
+            QString host, reached; // the latter when the session is ended
+            bool answered;
+        } rows[] = {
+            {"localhost", "s1", true}, // in the lookup of the name
+            {"127.0.0.1", "s1", true},
+            {"127.0.0.1", "s1", false},
+            {"127.0.0.1", "s1 s2 up", true},
+        };
+        for (int i = 0; i < 8; ++i) {
+            const auto& row = rows[i / 2];
+            const bool byClose = i % 2 == 0; // of the transport, else by disconnectFromHost()
             Broker broker;
-            broker.answer = answered ? Broker::connack() : "";
-            Session session(broker, host);
+            broker.answer = row.answered ? Broker::connack() : "";
+            Session session(broker, row.host);
             session.client->connectToHost();
-            QTRY_VERIFY(answered || broker.count(Broker::Connect) == 1);
-            QTRY_COMPARE(session.trace, reached);
-            const bool orderly = reached.endsWith("up") && !byClose;
-            const QString trace = reached + " s0 down" + (orderly ? "" : " e256");
+            QTRY_VERIFY(row.answered || broker.count(Broker::Connect) == 1);
+            QTRY_COMPARE(session.trace, row.reached);
+            const bool orderly = row.reached.endsWith("up") && !byClose;
+            const QString trace = row.reached + " s0 down" + (orderly ? "" : " e256");
             if (byClose)
                 session.client->transport()->close();
             else

@@ -20,20 +20,14 @@ class LanvoyTypesTest : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    // The words of states and reasons are tested with the documents that hold them.
+    // The words of types, states and reasons are tested with the documents that hold them.
     void numbersHaveTheirWords()
     {
-        compareWords(deviceTypeToString, -1, // compatibility: UnkownType
-                     "unknown UnkownType Ethernet Wifi Unused1 Unused2 Bluetooth OlpcMesh Wimax Modem "
-                     "InfiniBand Bond Vlan Adsl Bridge Generic Team Gre MacVlan Tun Veth unknown");
-        compareWords(stateChangeReasonToString, 1,
-                     "NoReason unknown NowUnmanagedReason"); // compatibility: no 2
         compareWords(mqttErrorToString, 0,
                      "NoError InvalidProtocolVersion IdRejected ServerUnavailable BadUsernameOrPassword "
                      "NotAuthorized unknown");
         compareWords(mqttErrorToString, 256, "TransportInvalid ProtocolViolation UnknownError unknown");
         compareWords(ipv4SettingMethodToString, 0, "auto link-local manual shared disabled unknown");
-        compareWords(apModeToString, 0, "unknown adhoc infra apmode unknown");
     }
 
     void deviceStatesFoldIntoFive()
