@@ -109,6 +109,9 @@ def set_property(path, interface, name, value):
 
 def add_device(kind, **options):
     """wired (carrier), wifi, bridge (all: interface, mac, address, metric) or modem (see modem.plug); its path."""
+    interface = options.get("control_port", "cdc-wdm0") if kind == "modem" else options["interface"]
+    if any(d.interface == interface for d in world.devices):  # the kernel has each name once
+        refuse(CONTROL + ".Exists", f"there is a device {interface}")
     plug = _modem.plug if kind == "modem" else lambda **o: _dev.plug(kind, **o)
     return plug(**options).path
 

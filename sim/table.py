@@ -10,6 +10,7 @@ import fnmatch
 import functools
 import ipaddress
 import sys
+import time
 import traceback
 import types
 
@@ -24,6 +25,7 @@ PROPERTIES = "org.freedesktop.DBus.Properties"
 OBJECT_MANAGER = "org.freedesktop.DBus.ObjectManager"
 INTROSPECTABLE = "org.freedesktop.DBus.Introspectable"
 ERROR = "org.freedesktop.DBus.Error."
+DEPARTURE_S = 10  # until the bus has noticed that a connection is closed
 BASIC = {"y": dbus.Byte, "b": dbus.Boolean, "n": dbus.Int16, "q": dbus.UInt16, "i": dbus.Int32, "u": dbus.UInt32,
          "x": dbus.Int64, "t": dbus.UInt64, "s": dbus.String, "o": dbus.ObjectPath}
 EMPTY = {"s": "", "o": "/", "a": (), "(": ()}  # all else is 0
@@ -162,8 +164,12 @@ class Service:
         self.connection = dbus.bus.BusConnection(world.address)
         self.connection.set_exit_on_disconnect(False)
         self.connection.add_message_filter(self._receive)
-        if self.connection.request_name(self.name, dbus.bus.NAME_FLAG_DO_NOT_QUEUE) != \
-                dbus.bus.REQUEST_NAME_REPLY_PRIMARY_OWNER:
+        for _ in range(DEPARTURE_S * 100):  # the bus may not have noticed yet that the last instance has left
+            if self.connection.request_name(self.name, dbus.bus.NAME_FLAG_DO_NOT_QUEUE) == \
+                    dbus.bus.REQUEST_NAME_REPLY_PRIMARY_OWNER:
+                break
+            time.sleep(0.01)
+        else:
             sys.exit(f"sim: the name {self.name} is taken on this bus")
         self.numbers = collections.defaultdict(lambda: self.first)
         self.objects = {self.root.path: self.root}
