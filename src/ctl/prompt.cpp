@@ -71,9 +71,10 @@ QString readFirstLine(const QString& fileName, QString& line)
     if (!isOpen)
         return QString("Cannot read %1: %2.").arg(fileName, file.errorString());
     constexpr int longest = 65536;
-    QTextStream in(&file);
-    in.setCodec("UTF-8");
-    line = in.readLine(longest);
+    QByteArray bytes = file.readLine(longest);
+    while (bytes.endsWith('\n') || bytes.endsWith('\r'))
+        bytes.chop(1);
+    line = QString::fromUtf8(bytes);
     return {};
 }
 
