@@ -68,8 +68,8 @@ def start_gateways(stack, options, cluster, line):
     ports = [node.mqtt for node in cluster.nodes]
     gateways = []
     for number, name in enumerate(options.gateways[:REAL]):
-        gateway = Gateway(name, options.lanvoy, cluster, rotated(line.ports if number == 1 else ports, number), "--demo",
-                          "--seed", str(number))
+        gateway = Gateway(name, options.lanvoy, cluster, rotated(line.ports if number == 1 else ports, number),
+                          "--demo")
         stack.callback(gateway.stop)
         gateways.append(gateway.start())
     return gateways
