@@ -15,7 +15,7 @@
 
 namespace
 {
-constexpr qint64 unconfirmedLimit = 16LL * 1024 * 1024; // bytes
+constexpr int overfullLimitMs = 5000; // a burst is confirmed by then
 constexpr int goodbyeLimitMs = 250; // the longest that a broker which reads nothing may block the event loop
 
 QMqttClient::ClientError errorFor(int result)
@@ -38,6 +38,8 @@ MqttConnection::MqttConnection(const Settings& settings_, QObject* parent)
     , settings(settings_)
 {
     connect(&keepAliveTimer, &QTimer::timeout, this, &MqttConnection::onKeepAlive);
+    overfull.setSingleShot(true);
+    connect(&overfull, &QTimer::timeout, this, [this] { afterLoop(MOSQ_ERR_KEEPALIVE); });
     wakeUp.setSingleShot(true);
     connect(&wakeUp, &QTimer::timeout, this, &MqttConnection::onWakeUp);
 }
@@ -253,8 +255,8 @@ int MqttConnection::publish(const QString& topic, const QByteArray& message, qui
         unconfirmed.insert(id, message.size());
         unconfirmedBytes += message.size();
         // A broker that confirms nothing, or less than is published, would fill the memory.
-        if (unconfirmedBytes > unconfirmedLimit)
-            noteLost(MOSQ_ERR_KEEPALIVE);
+        if (unconfirmedBytes > unconfirmedLimit && !overfull.isActive())
+            overfull.start(overfullLimitMs);
     }
     return afterRequest(result, id);
 }
@@ -314,6 +316,7 @@ void MqttConnection::release()
     lookupId = -1;
     addresses.clear();
     keepAliveTimer.stop();
+    overfull.stop();
     wakeUp.stop();
     destroyHandle();
     events.clear();

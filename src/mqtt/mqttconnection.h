@@ -118,7 +118,9 @@ private:
     QQueue<Event> events;
     /** Sizes in bytes by id of QoS 1 and 2 messages; QoS 0 is reported by the library, but not by Qt. */
     QHash<int, int> unconfirmed;
+    static constexpr qint64 unconfirmedLimit = 16LL * 1024 * 1024;
     qint64 unconfirmedBytes = 0;
+    QTimer overfull; // runs while more than the limit is unconfirmed
     QElapsedTimer sinceConfirmation; // or, where nothing was to be confirmed, since the first message
     int refusal = 0; // return code of a CONNACK that refused
     bool lost = false; // the last event is in the queue

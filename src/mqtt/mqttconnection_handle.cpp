@@ -87,6 +87,8 @@ void MqttConnection::setCallbacks()
         const auto confirmed = connection->unconfirmed.constFind(id);
         if (confirmed != connection->unconfirmed.constEnd()) {
             connection->unconfirmedBytes -= *confirmed;
+            if (connection->unconfirmedBytes <= unconfirmedLimit)
+                connection->overfull.stop();
             connection->unconfirmed.erase(confirmed);
             connection->sinceConfirmation.start();
             connection->events.enqueue({Event::Sent, id, 0, {}, {}});
