@@ -1,7 +1,5 @@
 # SPDX-License-Identifier: MIT
 """The worst moments: after each fault the service lives, the log tells, and every retained document is right again."""
-import signal
-
 import pytest
 from conftest import BASE, DEADLINE, NM, PROFILE, Client, until
 
@@ -37,14 +35,6 @@ def broker_killed(world, service):
     world.sim.set_carrier("eth0", False)
     world.begin()
     service.wait_log("IPC Connected", 2)
-
-
-def broker_frozen(world, service):
-    world.broker.send_signal(signal.SIGSTOP)
-    world.sim.set_carrier("eth0", False)
-    service.wait_log("[Ethernet] State changed: Unavailable")
-    world.sim.strength_burst(5)
-    world.broker.send_signal(signal.SIGCONT)
 
 
 def networkmanager_refuses(world, service):
@@ -103,7 +93,7 @@ def networkmanager_restarts_twice(world, service):
     world.sim.add_device("wifi", interface="wlan0")
 
 
-FAULTS = [broker_killed, broker_frozen, networkmanager_refuses, networkmanager_silent,
+FAULTS = [broker_killed, networkmanager_refuses, networkmanager_silent,
           networkmanager_restarts_in_a_set_command, retained_set_command, networkmanager_restarts_twice]
 
 
